@@ -1,0 +1,252 @@
+#include "LuaValues_p.h"
+
+#include <QtCore/QSequentialIterable>
+#include <QtCore/QAssociativeIterable>
+
+#include <lauxlib.h>
+
+#include <vector>
+
+namespace tvl::lua {
+
+namespace {
+
+struct Converter
+{
+    lua_State* L;
+    std::vector<const void*> openTables;
+    QString error;
+
+    static QString joinPath(const QString& path, const QString& key)
+    {
+        return path.isEmpty() ? key : path + QLatin1Char('.') + key;
+    }
+
+    static QString keyText(lua_State* L, int index)
+    {
+        switch (lua_type(L, index)) {
+        case LUA_TSTRING: {
+            size_t length = 0;
+            const char* text = lua_tolstring(L, index, &length);
+            return QString::fromUtf8(text, qsizetype(length));
+        }
+        case LUA_TNUMBER:
+            if (lua_isinteger(L, index))
+                return QString::number(lua_tointeger(L, index));
+            return QString::number(lua_tonumber(L, index), 'g', QLocale::FloatingPointShortest);
+        case LUA_TBOOLEAN:
+            return lua_toboolean(L, index) ? QStringLiteral("true") : QStringLiteral("false");
+        default:
+            return QString();
+        }
+    }
+
+    // A table is a sequence when its keys are exactly 1..n. lua_rawlen gives a border, which
+    // only equals n when there are no holes, so the keys are counted as well.
+    static bool isSequence(lua_State* L, int index, lua_Integer* length)
+    {
+        const lua_Integer border = lua_Integer(lua_rawlen(L, index));
+        lua_Integer count = 0;
+        lua_pushnil(L);
+        while (lua_next(L, index) != 0) {
+            lua_pop(L, 1);
+            if (++count > border) {
+                lua_pop(L, 1);
+                return false;
+            }
+        }
+        if (count != border)
+            return false;
+        for (lua_Integer i = 1; i <= border; ++i) {
+            const bool present = lua_rawgeti(L, index, i) != LUA_TNIL;
+            lua_pop(L, 1);
+            if (!present)
+                return false;
+        }
+        *length = border;
+        return true;
+    }
+
+    bool convert(int index, const QString& path, QVariant* result)
+    {
+        index = lua_absindex(L, index);
+        switch (lua_type(L, index)) {
+        case LUA_TBOOLEAN:
+            *result = bool(lua_toboolean(L, index));
+            return true;
+        case LUA_TNUMBER:
+            if (lua_isinteger(L, index))
+                *result = qlonglong(lua_tointeger(L, index));
+            else
+                *result = double(lua_tonumber(L, index));
+            return true;
+        case LUA_TSTRING: {
+            size_t length = 0;
+            const char* text = lua_tolstring(L, index, &length);
+            *result = QString::fromUtf8(text, qsizetype(length));
+            return true;
+        }
+        case LUA_TTABLE:
+            return convertTable(index, path, result);
+        default:
+            *result = QVariant();
+            return true;
+        }
+    }
+
+    bool convertTable(int index, const QString& path, QVariant* result)
+    {
+        const void* table = lua_topointer(L, index);
+        for (const void* open : openTables) {
+            if (open == table) {
+                error = QStringLiteral("the value of '%1' contains itself").arg(path);
+                return false;
+            }
+        }
+        if (int(openTables.size()) >= MaximumNesting) {
+            error = QStringLiteral("the value of '%1' nests more than %2 tables deep")
+                        .arg(path)
+                        .arg(MaximumNesting);
+            return false;
+        }
+        if (!lua_checkstack(L, 4)) {
+            error = QStringLiteral("the value of '%1' nests too deeply").arg(path);
+            return false;
+        }
+        openTables.push_back(table);
+
+        lua_Integer length = 0;
+        bool ok = true;
+        if (isSequence(L, index, &length)) {
+            QVariantList list;
+            list.reserve(qsizetype(length));
+            for (lua_Integer i = 1; ok && i <= length; ++i) {
+                lua_rawgeti(L, index, i);
+                QVariant item;
+                ok = convert(-1, path + QLatin1Char('[') + QString::number(i) + QLatin1Char(']'), &item);
+                lua_pop(L, 1);
+                list.append(item);
+            }
+            *result = list;
+        } else {
+            QVariantMap map;
+            lua_pushnil(L);
+            while (lua_next(L, index) != 0) {
+                const QString key = keyText(L, -2);
+                if (!key.isNull() && ok) {
+                    QVariant item;
+                    ok = convert(-1, joinPath(path, key), &item);
+                    if (item.isValid())
+                        map.insert(key, item);
+                }
+                lua_pop(L, 1);
+                if (!ok) {
+                    lua_pop(L, 1);
+                    break;
+                }
+            }
+            *result = map;
+        }
+        openTables.pop_back();
+        return ok;
+    }
+};
+
+} // namespace
+
+bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, QString* error)
+{
+    Converter converter{L, {}, {}};
+    if (converter.convert(index, path, result))
+        return true;
+    *result = QVariant();
+    if (error)
+        *error = converter.error;
+    return false;
+}
+
+void pushString(lua_State* L, const QString& text)
+{
+    const QByteArray utf8 = text.toUtf8();
+    lua_pushlstring(L, utf8.constData(), size_t(utf8.size()));
+}
+
+void pushVariant(lua_State* L, const QVariant& value, int depth)
+{
+    if (depth > MaximumNesting)
+        luaL_error(L, "value nests more than %d tables deep", MaximumNesting);
+    luaL_checkstack(L, 3, "value nests too deeply");
+
+    switch (value.typeId()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        lua_pushnil(L);
+        return;
+    case QMetaType::Bool:
+        lua_pushboolean(L, value.toBool());
+        return;
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+    case QMetaType::UChar:
+        lua_pushinteger(L, lua_Integer(value.toLongLong()));
+        return;
+    case QMetaType::ULong:
+    case QMetaType::ULongLong: {
+        const qulonglong number = value.toULongLong();
+        if (number <= qulonglong(LUA_MAXINTEGER))
+            lua_pushinteger(L, lua_Integer(number));
+        else
+            lua_pushnumber(L, lua_Number(number));
+        return;
+    }
+    case QMetaType::Double:
+    case QMetaType::Float:
+        lua_pushnumber(L, lua_Number(value.toDouble()));
+        return;
+    case QMetaType::QString:
+        pushString(L, value.toString());
+        return;
+    case QMetaType::QByteArray: {
+        const QByteArray bytes = value.toByteArray();
+        lua_pushlstring(L, bytes.constData(), size_t(bytes.size()));
+        return;
+    }
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash: {
+        const QAssociativeIterable map = value.value<QAssociativeIterable>();
+        lua_createtable(L, 0, int(qMin<qsizetype>(map.size(), 1 << 20)));
+        for (auto it = map.begin(); it != map.end(); ++it) {
+            pushString(L, it.key().toString());
+            pushVariant(L, it.value(), depth + 1);
+            lua_rawset(L, -3);
+        }
+        return;
+    }
+    default:
+        break;
+    }
+
+    if (value.canConvert<QVariantList>() && value.typeId() != QMetaType::QString) {
+        const QSequentialIterable list = value.value<QSequentialIterable>();
+        lua_createtable(L, int(qMin<qsizetype>(list.size(), 1 << 20)), 0);
+        lua_Integer index = 0;
+        for (const QVariant& item : list) {
+            pushVariant(L, item, depth + 1);
+            lua_rawseti(L, -2, ++index);
+        }
+        return;
+    }
+    if (value.canConvert<QString>()) {
+        pushString(L, value.toString());
+        return;
+    }
+    lua_pushnil(L);
+}
+
+} // namespace tvl::lua

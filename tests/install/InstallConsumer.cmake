@@ -1,0 +1,33 @@
+# Runs as a CMake script: install, configure the consumer, build it, run it.
+file(REMOVE_RECURSE "${WORK_DIR}")
+set(prefix "${WORK_DIR}/prefix")
+set(consumer_build "${WORK_DIR}/consumer-build")
+
+function(run_step description)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "${description} failed (${result}):\n${output}")
+    endif()
+    set(step_output "${output}" PARENT_SCOPE)
+endfunction()
+
+run_step("install" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
+
+foreach(header basix/basix.h basix/Logger.h libupdater/libupdater.h libupdater/Updater.h)
+    if(NOT EXISTS "${prefix}/include/${header}")
+        message(FATAL_ERROR "header ${header} was not installed")
+    endif()
+endforeach()
+
+set(consumer_flags "")
+if(SANITIZE)
+    set(consumer_flags "-fsanitize=address,undefined")
+endif()
+run_step("configure consumer" "${CMAKE_COMMAND}" -S "${CONSUMER_DIR}" -B "${consumer_build}"
+    -G "${GENERATOR}" "-DCMAKE_PREFIX_PATH=${prefix}" "-DCMAKE_CXX_FLAGS=${consumer_flags}")
+run_step("build consumer" "${CMAKE_COMMAND}" --build "${consumer_build}")
+run_step("run consumer" "${consumer_build}/consumer")
+if(NOT step_output MATCHES "libupdater 3\\.11\\.1 4e83d23 ok")
+    message(FATAL_ERROR "unexpected consumer output:\n${step_output}")
+endif()
+message(STATUS "consumer: ${step_output}")
