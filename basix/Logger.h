@@ -115,7 +115,11 @@ public:
     /// The same with a numeric level; numbers outside 0..6 are clamped.
     void log(const QString& message, const QString& file, const QString& function, int line,
              int level);
-    /// The same with static strings for file and function (no copy on the caller's side).
+    /**
+     * The same with static strings for file and function (no copy on the caller's side). They
+     * are read later, on the output thread: code in a library that is about to be unloaded
+     * calls flush() first, so that no queued record points into it.
+     */
     void log(const QString& message, QLatin1String file, QLatin1String function, int line,
              Level level);
 

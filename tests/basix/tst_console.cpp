@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <pty.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 using tvl::Console;
@@ -16,10 +15,6 @@ namespace {
 // The test runs itself again with this variable set to a scenario name, and looks at what the
 // child wrote: printing is only observable from outside the process.
 constexpr char scenarioVariable[] = "TST_CONSOLE_SCENARIO";
-
-constexpr int threadCount = 4;
-constexpr int linesPerThread = 100;
-constexpr int lineLength = 60;
 
 int runScenario(const QByteArray& scenario)
 {
@@ -32,19 +27,6 @@ int runScenario(const QByteArray& scenario)
                         Console::Bold | Console::Underline);
         Console::pprint(QStringLiteral(" bold"), Console::StandardError, Console::DefaultColor, Console::Bold);
         Console::pprint(QString());
-        return 0;
-    }
-    if (scenario == "threads") {
-        std::vector<std::thread> threads;
-        for (int t = 0; t < threadCount; ++t) {
-            threads.emplace_back([t] {
-                const QString line = QString(lineLength, QChar(u'a' + t)) + QLatin1Char('\n');
-                for (int i = 0; i < linesPerThread; ++i)
-                    Console::pprint(line, Console::StandardOutput, Console::Green);
-            });
-        }
-        for (std::thread& thread : threads)
-            thread.join();
         return 0;
     }
     return 2;
@@ -129,8 +111,6 @@ class TestConsole : public QObject
 private slots:
     void exactBytes_data();
     void exactBytes();
-    void concurrentCalls_data();
-    void concurrentCalls();
 };
 
 void TestConsole::exactBytes_data()
@@ -165,43 +145,6 @@ void TestConsole::exactBytes()
     const Captured captured = runChild("mixed", terminal, noColor);
     QCOMPARE(captured.out, out);
     QCOMPARE(captured.err, err);
-}
-
-void TestConsole::concurrentCalls_data()
-{
-    QTest::addColumn<bool>("terminal");
-    QTest::newRow("pipe") << false;
-    QTest::newRow("terminal") << true;
-}
-
-void TestConsole::concurrentCalls()
-{
-    QFETCH(bool, terminal);
-    if (terminal && !terminalsAvailable())
-        QSKIP("no pseudo-terminals here");
-
-    const Captured captured = runChild("threads", terminal, QByteArray());
-    QVERIFY(captured.err.isEmpty());
-
-    // Every call must come out whole: its escape sequences, text and reset together.
-    const QByteArray start = terminal ? QByteArray("\x1b[32m") : QByteArray();
-    const QByteArray end = terminal ? QByteArray("\n\x1b[0m") : QByteArray("\n");
-    QHash<char, int> counts;
-    qsizetype position = 0;
-    while (position < captured.out.size()) {
-        const qsizetype unitEnd = captured.out.indexOf(end, position);
-        QVERIFY2(unitEnd >= 0, captured.out.mid(position, 80).toHex(' ').constData());
-        const QByteArray unit = captured.out.mid(position, unitEnd - position);
-        QVERIFY2(unit.startsWith(start), unit.constData());
-        const QByteArray text = unit.mid(start.size());
-        QCOMPARE(text.size(), lineLength);
-        QCOMPARE(text.count(text.front()), lineLength);
-        ++counts[text.front()];
-        position = unitEnd + end.size();
-    }
-    QCOMPARE(counts.size(), threadCount);
-    for (const int count : std::as_const(counts))
-        QCOMPARE(count, linesPerThread);
 }
 
 int main(int argc, char** argv)

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <elf.h>
-#include <thread>
 
 using tvl::SystemEnvironment;
 
@@ -108,7 +107,6 @@ private slots:
     void initTestCase();
 
     void searchPaths();
-    void concurrentAdditions();
     void loadsDependencies();
     void lookupOrder_data();
     void lookupOrder();
@@ -151,33 +149,6 @@ void TestSystemEnvironment::searchPaths()
     QCOMPARE(added, (QStringList {first, second, base + QStringLiteral("/relative")}));
     for (const QString& path : added)
         QVERIFY(QDir::isAbsolutePath(path));
-}
-
-void TestSystemEnvironment::concurrentAdditions()
-{
-    QTemporaryDir temp;
-    QVERIFY(temp.isValid());
-    QStringList paths;
-    for (int i = 0; i < 50; ++i)
-        paths.append(temp.filePath(QStringLiteral("concurrent-%1").arg(i)));
-
-    const qsizetype before = SystemEnvironment::librarySearchPaths().size();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&paths, t] {
-            for (int i = 0; i < paths.size(); ++i) {
-                SystemEnvironment::addLibrarySearchPath(paths.at((i * 7 + t) % paths.size()));
-                SystemEnvironment::librarySearchPaths();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-
-    QStringList added = SystemEnvironment::librarySearchPaths().mid(before);
-    added.sort();
-    paths.sort();
-    QCOMPARE(added, paths);
 }
 
 void TestSystemEnvironment::loadsDependencies()

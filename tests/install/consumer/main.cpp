@@ -1,5 +1,7 @@
 #include <libupdater/libupdater.h>
 
+#include <QtCore/QCoreApplication>
+
 #include <cstdio>
 
 int main(int argc, char** argv)
