@@ -28,8 +28,8 @@ namespace tvl {
  * strings). Functions and other Lua-only values are not settings. setValue() converts the
  * other way (lists to sequences, maps to tables).
  *
- * Keys: "a.b.c" walks nested maps. keys() lists the dotted path of every leaf in sorted order:
- * a map is walked, everything else (a list included) is one leaf. The built-in functions and
+ * Keys: "a.b.c" walks nested maps. keys() lists the dotted path of every leaf, ordered by name
+ * at each level: a map is walked, everything else (a list included) is one leaf. The built-in functions and
  * library tables are never keys, unless the script assigns something else to their name.
  *
  * Sandbox: the base, string, table, math and utf8 libraries, without dofile, loadfile,

@@ -1,6 +1,7 @@
 #include "Logger.h"
 
 #include "AbstractLoggerOutput.h"
+#include "StandardErrorWriter_p.h"
 
 #include <QtCore/QAssociativeIterable>
 #include <QtCore/QCoreApplication>
@@ -163,21 +164,6 @@ struct Registration
     bool owned;
 };
 
-void writeAllToStandardError(const QByteArray& bytes)
-{
-    const char* data = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, data, size_t(left));
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            return;
-        }
-        data += written;
-        left -= written;
-    }
-}
 
 } // namespace
 
@@ -309,7 +295,7 @@ void LoggerPrivate::writeToStandardError(const Entry& entry)
         entry.message, file, function, threadName, entry.line, Logger::Level(entry.level),
         QDateTime::fromMSecsSinceEpoch(entry.msecs), entry.threadId);
     line += QLatin1Char('\n');
-    writeAllToStandardError(line.toUtf8());
+    detail::writeToStandardError(line.toUtf8());
 }
 
 void LoggerPrivate::enqueue(std::unique_lock<std::mutex>& lock, Entry&& entry)
@@ -1122,5 +1108,25 @@ QString Logger::Stream::message() const
 {
     return m_message;
 }
+
+namespace detail {
+
+void writeToStandardError(const QByteArray& bytes)
+{
+    const char* data = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, data, size_t(left));
+        if (written < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        data += written;
+        left -= written;
+    }
+}
+
+} // namespace detail
 
 } // namespace tvl

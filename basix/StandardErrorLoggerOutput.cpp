@@ -1,9 +1,6 @@
 #include "StandardErrorLoggerOutput.h"
 
-#include <QtCore/QByteArray>
-
-#include <cerrno>
-#include <unistd.h>
+#include "StandardErrorWriter_p.h"
 
 namespace tvl {
 
@@ -24,18 +21,7 @@ public:
 
 void StandardErrorLoggerOutputPrivate::writeOut()
 {
-    const char* data = buffer.constData();
-    qsizetype left = buffer.size();
-    while (left > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, data, size_t(left));
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            break; // closed or non-blocking and full: nothing better to do with the lines
-        }
-        data += written;
-        left -= written;
-    }
+    detail::writeToStandardError(buffer);
     buffer.resize(0); // keeps the capacity for the next batch
 }
 

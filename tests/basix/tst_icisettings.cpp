@@ -367,7 +367,7 @@ private Q_SLOTS:
         QTest::newRow("error with a table") << QByteArray("error({})\n") << "bad.lua" << 1 << "error object is a table value";
         QTest::newRow("endless loop") << QByteArray("x = 1\nwhile true do end\n") << "bad.lua" << 2 << "instruction limit of 2000000 exceeded";
         QTest::newRow("endless loop behind pcall") << QByteArray("while true do\n pcall(function() while true do end end)\nend\n") << "bad.lua" << 2 << "instruction limit of 2000000 exceeded";
-        QTest::newRow("endless recursion") << QByteArray("local function f(n)\n return f(n + 1) + 1\nend\nf(1)\n") << "bad.lua" << 2 << "";
+        QTest::newRow("endless recursion") << QByteArray("local function f(n)\n return f(n + 1) + 1\nend\nf(1)\n") << "bad.lua" << 2 << "memory limit of 16 MiB exceeded";
         QTest::newRow("memory bomb") << QByteArray("t = {}\nfor i = 1, 1e9 do\n t[i] = { i, i, i }\nend\n") << "bad.lua" << 3 << "memory limit of 16 MiB exceeded";
         QTest::newRow("memory bomb behind pcall") << QByteArray("t = {}\npcall(function() for i = 1, 1e9 do t[i] = {} end end)\nx = 1\n") << "bad.lua" << 2 << "memory limit of 16 MiB exceeded";
         QTest::newRow("gigabyte string") << QByteArray("a = 1\ns = string.rep('x', 1024 * 1024 * 1024)\n") << "bad.lua" << 2 << "memory limit of 16 MiB exceeded";
@@ -436,6 +436,12 @@ private Q_SLOTS:
         QVERIFY(!settings.evaluate());
         QVERIFY2(settings.errorString().endsWith(QLatin1String("runaway.lua:1: instruction limit of 50000000 exceeded")),
                  qPrintable(settings.errorString()));
+
+        ICISettings recursion(write(QStringLiteral("recursion.lua"),
+                                    "local function f(n)\n return f(n + 1) + 1\nend\nf(1)\n"));
+        QVERIFY(!recursion.evaluate());
+        QVERIFY2(recursion.errorString().endsWith(QLatin1String("recursion.lua:2: stack overflow")),
+                 qPrintable(recursion.errorString()));
 
         ICISettings bomb(write(QStringLiteral("bomb.lua"), "s = string.rep('x', 1 << 30)\n"));
         QVERIFY(!bomb.evaluate());
