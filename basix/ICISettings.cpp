@@ -101,22 +101,32 @@ bool isBlank(const QByteArray& text)
 // Chunks are named with a short marker ("\x01" index "\x02") instead of their path: Lua cuts
 // chunk names in messages to 60 bytes, and paths are often longer. The markers are replaced by
 // the full paths once a message leaves the interpreter.
-QByteArray chunkName(int index)
+QByteArray fileMarker(int index)
 {
-    return QByteArray("=\x01") + QByteArray::number(index) + '\x02';
+    return '\x01' + QByteArray::number(index) + '\x02';
+}
+
+// The index of the marker that `text` starts with, or -1.
+int markerIndex(const char* text)
+{
+    if (!text || text[0] != '\x01' || text[1] < '0' || text[1] > '9')
+        return -1;
+    int index = 0;
+    const char* p = text + 1;
+    for (; *p >= '0' && *p <= '9'; ++p)
+        index = index * 10 + (*p - '0');
+    return *p == '\x02' ? index : -1;
 }
 
 int chunkIndex(const char* source)
 {
-    if (!source || source[0] != '=' || source[1] != '\x01')
-        return -1;
-    int index = 0;
-    const char* p = source + 2;
-    if (*p < '0' || *p > '9')
-        return -1;
-    for (; *p >= '0' && *p <= '9'; ++p)
-        index = index * 10 + (*p - '0');
-    return *p == '\x02' ? index : -1;
+    return source && source[0] == '=' ? markerIndex(source + 1) : -1;
+}
+
+// Whether a message already says where it happened ("<marker>:3: ...").
+bool hasLocation(const QByteArray& message)
+{
+    return markerIndex(message.constData()) >= 0;
 }
 
 // log10 of the worst number of steps Lua's matcher may take for a pattern over a subject of
@@ -377,6 +387,8 @@ public:
     QStringList filesRead;
 
     int chunkFor(const QString& path);
+    QByteArray markerOf(const QString& path) { return fileMarker(chunkFor(path)); }
+    QString finalError(QByteArray message);
     QByteArray location(int level) const;
     QString expandMarkers(const QByteArray& message) const;
     bool loadText(const QString& path, QByteArray* error);
@@ -403,6 +415,15 @@ int Evaluation::chunkFor(const QString& path)
         chunkFiles.append(path);
     }
     return index;
+}
+
+// The text of an error that ends the evaluation: located in the main file when nothing better
+// is known, with every marker replaced by its path.
+QString Evaluation::finalError(QByteArray message)
+{
+    if (!hasLocation(message))
+        message.prepend(markerOf(d->absoluteFile) + ": ");
+    return expandMarkers(message);
 }
 
 // "<marker>:<line>: " of the innermost running function that belongs to one of our files, or
@@ -451,24 +472,25 @@ bool Evaluation::loadText(const QString& path, QByteArray* error)
     QByteArray text = d->texts.value(path);
     if (text.startsWith("\xEF\xBB\xBF"))
         text.remove(0, 3);
-    const QByteArray name = chunkName(chunkFor(path));
+    const QByteArray marker = markerOf(path);
     if (isBlank(text)) {
-        *error = name.mid(1) + ":1: the file is empty";
+        *error = marker + ":1: the file is empty";
         return false;
     }
     if (const int line = invalidUtf8Line(text)) {
-        *error = name.mid(1) + ':' + QByteArray::number(line) + ": the file is not valid UTF-8 text";
+        *error = marker + ':' + QByteArray::number(line) + ": the file is not valid UTF-8 text";
         return false;
     }
+    const QByteArray name = '=' + marker;
     const int status = luaL_loadbufferx(L, text.constData(), size_t(text.size()), name.constData(), "t");
     if (status != LUA_OK) {
         size_t length = 0;
         const char* message = lua_tolstring(L, -1, &length);
-        QByteArray text = aborting ? abortMessage
+        QByteArray reason = aborting ? abortMessage
             : message ? QByteArray(message, qsizetype(length)) : QByteArray("cannot load the file");
-        if (chunkIndex(QByteArray('=' + text).constData()) < 0)
-            text.prepend(name.mid(1) + ": ");
-        *error = text;
+        if (!hasLocation(reason))
+            reason.prepend(marker + ": ");
+        *error = reason;
         lua_pop(L, 1);
         return false;
     }
@@ -558,7 +580,7 @@ int Evaluation::messageHandler(lua_State* L)
     } else {
         message = QByteArray("error object is a ") + luaL_typename(L, 1) + " value";
     }
-    if (chunkIndex(QByteArray('=' + message).constData()) < 0)
+    if (!hasLocation(message))
         message.prepend(self->location(1));
     lua_pushlstring(L, message.constData(), size_t(message.size()));
     return 1;
@@ -595,7 +617,7 @@ int Evaluation::include(lua_State* L)
 
     QByteArray error;
     if (!self->loadText(path, &error)) {
-        if (chunkIndex(QByteArray('=' + error).constData()) < 0)
+        if (!hasLocation(error))
             error.prepend(self->location(1));
         lua_pushlstring(L, error.constData(), size_t(error.size()));
         return lua_error(L);
@@ -827,9 +849,7 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
     if (status == LUA_OK) {
         QByteArray loadError;
         if (!loadText(d->absoluteFile, &loadError)) {
-            if (chunkIndex(QByteArray('=' + loadError).constData()) < 0)
-                loadError.prepend(chunkName(chunkFor(d->absoluteFile)).mid(1) + ": ");
-            *error = expandMarkers(loadError);
+            *error = finalError(loadError);
             return false;
         }
         filesRead.append(d->absoluteFile);
@@ -847,9 +867,7 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
             const char* text = lua_tolstring(L, -1, &length);
             message = text ? QByteArray(text, qsizetype(length)) : QByteArray("unknown error");
         }
-        if (chunkIndex(QByteArray('=' + message).constData()) < 0)
-            message.prepend(chunkName(chunkFor(d->absoluteFile)).mid(1) + ": ");
-        *error = expandMarkers(message);
+        *error = finalError(message);
         return false;
     }
 
