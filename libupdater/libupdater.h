@@ -4,4 +4,24 @@
 #include <basix/basix.h>
 
 #include <libupdater/LibupdaterExport.h>
+
+#include <libupdater/II18n.h>
+#include <libupdater/INetworkManager.h>
+#include <libupdater/ISettingsManager.h>
+#include <libupdater/ISystemInfo.h>
+#include <libupdater/ISystemSettingsProvider.h>
+#include <libupdater/IUpdateEngine.h>
+#include <libupdater/IUpdaterErrorManager.h>
+#include <libupdater/IUpdaterNotification.h>
+#include <libupdater/QtSingleApplication.h>
+#include <libupdater/QtSingleCoreApplication.h>
+#include <libupdater/SettingsAttributes.h>
+#include <libupdater/UiUtils.h>
 #include <libupdater/Updater.h>
+#include <libupdater/UpdaterError.h>
+#include <libupdater/UpdaterLogCollector.h>
+#include <libupdater/UpdaterPluginAskToUserEvent.h>
+#include <libupdater/UpdaterPluginCustomUrlClickedEvent.h>
+#include <libupdater/UpdaterPluginErrorEvent.h>
+#include <libupdater/UpdaterPluginEvent.h>
+#include <libupdater/UpdaterPluginLifecycleEvents.h>

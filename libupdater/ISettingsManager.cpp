@@ -1,0 +1,12 @@
+#include "ISettingsManager.h"
+
+namespace tvl::updater {
+
+ISettingsManager::ISettingsManager(QObject* parent)
+    : QObject(parent)
+{
+}
+
+ISettingsManager::~ISettingsManager() = default;
+
+} // namespace tvl::updater

@@ -1,0 +1,12 @@
+#include "ISystemInfo.h"
+
+namespace tvl::updater {
+
+ISystemInfo::ISystemInfo(QObject* parent)
+    : QObject(parent)
+{
+}
+
+ISystemInfo::~ISystemInfo() = default;
+
+} // namespace tvl::updater

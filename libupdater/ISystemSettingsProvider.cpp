@@ -1,0 +1,7 @@
+#include "ISystemSettingsProvider.h"
+
+namespace tvl::updater {
+
+ISystemSettingsProvider::~ISystemSettingsProvider() = default;
+
+} // namespace tvl::updater

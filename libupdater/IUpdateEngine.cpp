@@ -1,0 +1,12 @@
+#include "IUpdateEngine.h"
+
+namespace tvl::updater {
+
+IUpdateEngine::IUpdateEngine(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IUpdateEngine::~IUpdateEngine() = default;
+
+} // namespace tvl::updater

@@ -1,0 +1,12 @@
+#include "IUpdaterErrorManager.h"
+
+namespace tvl::updater {
+
+IUpdaterErrorManager::IUpdaterErrorManager(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IUpdaterErrorManager::~IUpdaterErrorManager() = default;
+
+} // namespace tvl::updater

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <libupdater/LibupdaterExport.h>
+#include <libupdater/UpdaterError.h>
+
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QString>
+
+namespace tvl::updater {
+
+/// Keeps the errors that plugins report, for display to the user and for support.
+class LIBUPDATER_EXPORT IUpdaterErrorManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit IUpdaterErrorManager(QObject* parent = nullptr);
+    ~IUpdaterErrorManager() override;
+
+    virtual void addError(const UpdaterError& error) = 0;
+    /// Removes every error whose errorId() is `errorId`.
+    virtual void removeError(const QString& errorId) = 0;
+    /// The errors, oldest first.
+    virtual QList<UpdaterError> errors() const = 0;
+    /// The most recent error, or a null error when there is none.
+    virtual UpdaterError lastError() const = 0;
+    virtual void clear() = 0;
+
+    // The meta-object marks the signal protected, since only the implementation emits it;
+    // for C++ it stays public so that consumers can connect through member-function pointers.
+#ifdef Q_MOC_RUN
+protected:
+#else
+public:
+#endif
+    /// The set of errors changed.
+    Q_SIGNAL void errorsModified();
+};
+
+} // namespace tvl::updater

@@ -1,0 +1,12 @@
+#include "IUpdaterNotification.h"
+
+namespace tvl::updater {
+
+IUpdaterNotification::IUpdaterNotification(QObject* parent)
+    : QObject(parent)
+{
+}
+
+IUpdaterNotification::~IUpdaterNotification() = default;
+
+} // namespace tvl::updater
