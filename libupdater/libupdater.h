@@ -20,8 +20,12 @@
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterError.h>
 #include <libupdater/UpdaterLogCollector.h>
+#include <libupdater/UpdaterPlugin.h>
+#include <libupdater/UpdaterPluginApi.h>
 #include <libupdater/UpdaterPluginAskToUserEvent.h>
 #include <libupdater/UpdaterPluginCustomUrlClickedEvent.h>
 #include <libupdater/UpdaterPluginErrorEvent.h>
 #include <libupdater/UpdaterPluginEvent.h>
+#include <libupdater/UpdaterPluginInfo.h>
 #include <libupdater/UpdaterPluginLifecycleEvents.h>
+#include <libupdater/UpdaterPluginsManager.h>

@@ -1,0 +1,285 @@
+#include "UpdaterPluginApi.h"
+
+#include "ISettingsManager.h"
+#include "ISystemSettingsProvider.h"
+#include "UiUtils.h"
+#include "Updater.h"
+#include "UpdaterPlugin.h"
+#include "UpdaterPluginInfo.h"
+#include "UpdaterPluginLifecycleEvents.h"
+#include "UpdaterPluginsManager.h"
+
+#include <basix/ICISettings.h>
+#include <basix/Logger.h>
+#include <basix/SimpleCommandLineParser.h>
+#include <basix/VariantUtils.h>
+
+#include <QtCore/QMetaMethod>
+#include <QtGui/QIcon>
+#include <QtWidgets/QApplication>
+
+namespace tvl::updater {
+
+class UpdaterPluginApiPrivate
+{
+public:
+    QList<QPointer<QObject>> objects;
+    UpdaterPluginsManager* manager = nullptr;
+    QList<UpdaterPluginInfo*> backgroundUnloaded;
+    UpdaterPluginApi::ApplicationOptions options;
+};
+
+UpdaterPluginApi::UpdaterPluginApi(UpdaterPluginsManager* manager)
+    : d(new UpdaterPluginApiPrivate)
+{
+    d->manager = manager;
+
+    const SimpleCommandLineParser* arguments = tv_updater_args();
+    if (arguments->hasSwitch(QStringLiteral("no-interaction"))
+        || arguments->hasSwitch(QStringLiteral("silent"), QLatin1Char('s'))) {
+        d->options |= NoInteraction;
+    }
+    if (arguments->hasSwitch(QStringLiteral("no-restart"))
+        || arguments->hasSwitch(QStringLiteral("uninstall"))) {
+        d->options |= NoRestart;
+    }
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
+        d->options |= NoGui;
+    if (arguments->hasSwitch(QStringLiteral("no-footprint")))
+        d->options |= NoFootprint;
+
+    registerPluginEventMetaTypes();
+    registerSettingsAttributesMetaType();
+}
+
+UpdaterPluginApi::~UpdaterPluginApi()
+{
+    const QList<QPointer<QObject>> objects = d->objects;
+    for (const QPointer<QObject>& object : objects) {
+        if (object) {
+            TVL_LOG(Logger::Trace) << object->objectName();
+            object->deleteLater();
+        }
+    }
+    delete d;
+}
+
+void UpdaterPluginApi::addObject(QObject* object)
+{
+    if (d->objects.lastIndexOf(object) < 0)
+        d->objects.append(object);
+    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
+        plugin->objectAdded(object);
+    Q_EMIT objectAdded(object);
+}
+
+void UpdaterPluginApi::removeObject(QObject* object)
+{
+    d->objects.removeAll(object);
+}
+
+QList<QPointer<QObject>> UpdaterPluginApi::objects() const
+{
+    return d->objects;
+}
+
+bool UpdaterPluginApi::callInPlugin(const QString& pluginName, const char* method, QGenericArgument a1,
+                                    QGenericArgument a2, QGenericArgument a3)
+{
+    if (closingDown())
+        return false;
+
+    const QByteArray prefix = QByteArray(method) + '(';
+    bool invoked = false;
+    for (UpdaterPluginInfo* info : d->manager->plugins()) {
+        if (!info || !info->isLoaded() || !info->plugin())
+            continue;
+        if (!pluginName.isEmpty() && info->name() != pluginName)
+            continue;
+        UpdaterPlugin* plugin = info->plugin();
+        const QMetaObject* metaObject = plugin->metaObject();
+        for (int index = 0; index < metaObject->methodCount(); ++index) {
+            if (!metaObject->method(index).methodSignature().startsWith(prefix))
+                continue;
+            // Overloads are tried in index order until the arguments fit one.
+            if (QMetaObject::invokeMethod(plugin, method, Qt::AutoConnection, a1, a2, a3)) {
+                invoked = true;
+                break;
+            }
+        }
+    }
+    return invoked;
+}
+
+bool UpdaterPluginApi::call(const char* method, QGenericArgument a1, QGenericArgument a2, QGenericArgument a3)
+{
+    return callInPlugin(QString(), method, a1, a2, a3);
+}
+
+bool UpdaterPluginApi::pluginIsLoaded(const QString& name) const
+{
+    for (UpdaterPluginInfo* info : d->manager->plugins()) {
+        if (info->name() == name)
+            return info->isLoaded();
+    }
+    return false;
+}
+
+QStringList UpdaterPluginApi::loadedPluginNames() const
+{
+    QStringList names;
+    for (UpdaterPluginInfo* info : d->manager->plugins()) {
+        if (info->isLoaded())
+            names.append(info->name());
+    }
+    return names;
+}
+
+UpdaterPluginApi::ApplicationOptions UpdaterPluginApi::applicationOptions() const
+{
+    return d->options;
+}
+
+void UpdaterPluginApi::setApplicationOption(ApplicationOption option)
+{
+    d->options |= option;
+}
+
+bool UpdaterPluginApi::closingDown() const
+{
+    return d->manager->closingDown();
+}
+
+void UpdaterPluginApi::exit(int code)
+{
+    d->manager->quit(code);
+}
+
+void UpdaterPluginApi::quit()
+{
+    exit(0);
+}
+
+QVariant UpdaterPluginApi::getSetting(const QString& key, const QVariant& defaultValue,
+                                      SettingsAttributes attributes) const
+{
+    if (attributes.testFlag(TranslatedSetting)) {
+        SettingsAttributes scopes = attributes & ~SettingsAttributes(TranslatedSetting);
+        if (scopes == SettingsAttributes())
+            scopes = AllScopes;
+
+        QString language = getSetting(QStringLiteral("i18n.lang"), QVariant(), AllScopes).toString();
+        QString country = getSetting(QStringLiteral("i18n.country"), QVariant(), AllScopes).toString();
+        if (!country.isNull())
+            country = country.toUpper();
+
+        QVariant result;
+        if (!country.isNull())
+            result = getSetting(QStringLiteral("%1.%2_%3").arg(key, language, country), QVariant(), scopes);
+        if (isNull(result))
+            result = getSetting(QStringLiteral("%1.%2").arg(key, language), QVariant(), scopes);
+        if (isNull(result)) {
+            language = getSetting(QStringLiteral("i18n.default_lang"), QVariant(), AllScopes).toString();
+            if (!language.isEmpty())
+                result = getSetting(QStringLiteral("%1.%2").arg(key, language), QVariant(), scopes);
+        }
+        if (isNull(result))
+            result = getSetting(QStringLiteral("%1.%2").arg(key, QStringLiteral("en")), QVariant(), scopes);
+        return isNull(result) ? defaultValue : result;
+    }
+
+    if (attributes.testFlag(SystemSetting)) {
+        if (auto* system = getObject<ISystemSettingsProvider>()) {
+            const QVariant value = system->value(key);
+            if (!isNull(value))
+                return value;
+        }
+    }
+    if (auto* settings = getObject<ISettingsManager>()) {
+        const QVariant value = settings->getSetting(key, attributes);
+        if (attributes.testFlag(IconSetting))
+            return QVariant::fromValue(tv_icon_from_path(value));
+        return isNull(value) ? defaultValue : value;
+    }
+    return defaultValue;
+}
+
+void UpdaterPluginApi::setSetting(const QString& key, const QVariant& value, SettingsAttributes attributes)
+{
+    if (attributes.testFlag(SystemSetting)) {
+        if (auto* system = getObject<ISystemSettingsProvider>())
+            system->setValue(key, value);
+        return;
+    }
+    if (auto* settings = getObject<ISettingsManager>()) {
+        settings->setSetting(key, value, attributes.testFlag(PersistSetting),
+                             !closingDown() && !attributes.testFlag(SilentSetting));
+    }
+}
+
+bool UpdaterPluginApi::postEvent(UpdaterPluginEventPtr event)
+{
+    if (closingDown())
+        return false;
+    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
+        plugin->updaterEvent(event);
+    return event ? event->accepted() : false;
+}
+
+bool UpdaterPluginApi::postEvent(UpdaterPluginEvent* event)
+{
+    return postEvent(UpdaterPluginEventPtr(event));
+}
+
+void UpdaterPluginApi::onLastWindowsClosed()
+{
+    if (!postEvent(new AboutToQuitUpdaterPluginEvent))
+        quit();
+}
+
+ICISettings* UpdaterPluginApi::loadSettings(const QString& file, const QString& root) const
+{
+    auto* settings = new ICISettings(file);
+    settings->setValue(QStringLiteral("root"), root);
+    settings->setValue(QStringLiteral("sys.osname"), getSetting(QStringLiteral("sys.osname"), QVariant(), AllScopes));
+    return settings;
+}
+
+bool UpdaterPluginApi::isDevMode() const
+{
+    return getSetting(QStringLiteral("dev_mode"), false, AllScopes).toBool();
+}
+
+void UpdaterPluginApi::activateBackgroundMode(bool activate)
+{
+    if (activate) {
+        for (UpdaterPluginInfo* info : d->manager->plugins()) {
+            if (!info || !info->isLoaded() || !info->plugin())
+                continue;
+            if (info->plugin()->backgroundModeActivated(true) != 1)
+                continue;
+            TVL_LOG(Logger::Trace) << "bg mode unload" << info->name();
+            if (d->manager->unloadPlugin(info))
+                d->backgroundUnloaded.append(info);
+        }
+        return;
+    }
+
+    const QList<UpdaterPluginInfo*> unloaded = d->backgroundUnloaded;
+    for (UpdaterPluginInfo* info : unloaded) {
+        TVL_LOG(Logger::Trace) << "bg mode reload" << (info ? info->name() : QString());
+        if (info && d->manager->loadPlugin(info))
+            d->backgroundUnloaded.removeOne(info);
+    }
+}
+
+void UpdaterPluginApi::restart_updater(const QStringList& arguments, bool keepCurrentArguments)
+{
+    QStringList command = arguments;
+    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
+        command += plugin->prepareToRestart();
+    tv_restart_updater(command, keepCurrentArguments);
+    exit(0);
+}
+
+} // namespace tvl::updater

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <libupdater/LibupdaterExport.h>
+#include <libupdater/UpdaterPluginInfo.h>
+
+#include <QtCore/QMap>
+#include <QtCore/QObject>
+#include <QtCore/QPluginLoader>
+#include <QtCore/QVariant>
+
+namespace tvl::updater {
+
+class UpdaterPlugin;
+
+// Exported for the tests of the plugin host; not installed.
+class LIBUPDATER_EXPORT UpdaterPluginInfoPrivate : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit UpdaterPluginInfoPrivate(UpdaterPluginInfo* owner);
+    ~UpdaterPluginInfoPrivate() override;
+
+    /// Fills the fields from the descriptor `file`; false when it cannot be evaluated or has
+    /// no "name".
+    bool read(const QString& file);
+    /**
+     * Resolves this record's dependencies against every known record: hard ("depends"), soft
+     * ("soft_depends") and injected ("required_by", into the records named there). False when
+     * a hard dependency is found neither by name nor through a plugin replacing it.
+     */
+    bool resolveDependencies(QList<UpdaterPluginInfo*>& all);
+    bool loadPlugin();
+    bool unloadPlugin(bool unloadLibrary);
+
+    static UpdaterPluginInfoPrivate* get(const UpdaterPluginInfo* info) { return info->d_func(); }
+
+public Q_SLOTS:
+    void doUnload();
+
+public:
+    QString name;
+    QString path;
+    UpdaterPlugin* plugin = nullptr;
+    QPluginLoader* loader = nullptr;
+    QStringList depends;
+    QStringList softDepends;
+    QStringList requiredBy;
+    QStringList replace;
+    /// Resolved dependencies; true for a hard dependency matched by its own name.
+    QMap<UpdaterPluginInfo*, bool> dependencies;
+    QVariant data;
+    bool loaded = false;
+    bool autoload = true;
+    bool mandatory = false;
+    bool needGUI = false;
+    bool unsafe = false;
+    bool unloadLibrary = false;
+    UpdaterPluginInfo* owner;
+
+    qint64 libraryLoadTime = -1;
+    qint64 initTime = -1;
+};
+
+} // namespace tvl::updater

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <libupdater/LibupdaterExport.h>
+#include <libupdater/UpdaterPluginsManager.h>
+
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+#include <QtCore/QSet>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+class QProgressDialog;
+
+namespace tvl::updater {
+
+/// Orders plugins that need a GUI before those that do not.
+LIBUPDATER_EXPORT bool compare_by_gui(UpdaterPluginInfo* a, UpdaterPluginInfo* b);
+
+// Exported for the tests of the plugin host; not installed.
+class LIBUPDATER_EXPORT UpdaterPluginsManagerPrivate : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit UpdaterPluginsManagerPrivate(UpdaterPluginsManager* owner);
+    ~UpdaterPluginsManagerPrivate() override;
+
+    /// Places `info` in `order` after everything it needs (depth first).
+    void sort_plugins(UpdaterPluginInfo* info, QList<UpdaterPluginInfo*>& visited,
+                      QList<UpdaterPluginInfo*>& order, const QStringList& disabled,
+                      const QStringList& enabled);
+
+    void discover();
+    bool load(const QList<UpdaterPluginInfo*>& requested);
+    bool unloadPlugin(UpdaterPluginInfo* info);
+
+    static UpdaterPluginsManagerPrivate* get(const UpdaterPluginsManager* manager) { return manager->d; }
+
+public Q_SLOTS:
+    void unloadNextPlugin();
+    void onPluginUninitialized();
+    void showUnloadingProgress();
+
+public:
+    QList<UpdaterPluginInfo*> plugins;
+    QVector<UpdaterPluginInfo*> unloadQueue;
+    QString pluginPath;
+    UpdaterPluginApi* api = nullptr;
+    bool hasGui = true;
+    bool closingDown = false;
+    UpdaterPluginInfo* currentUnloading = nullptr;
+    int exitCode = 0;
+    bool fatalMandatoryFailures = true;
+    QPointer<QProgressDialog> progressDialog;
+
+    UpdaterPluginsManager* owner;
+    // The path of the depth-first walk, to name the plugins of a dependency cycle; and the
+    // cycles already reported in this load, so that each is reported once.
+    QList<UpdaterPluginInfo*> sortPath;
+    QSet<QStringList> reportedCycles;
+};
+
+} // namespace tvl::updater
