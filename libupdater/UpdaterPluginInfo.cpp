@@ -117,7 +117,13 @@ bool UpdaterPluginInfoPrivate::loadPlugin()
 
     QElapsedTimer timer;
     timer.start();
-    loader = new QPluginLoader(QStringLiteral("%1/lib%2.so").arg(path, name));
+    // A loader kept from an unload without library unloading still holds the library: going
+    // through it again keeps its loads and unloads balanced.
+    if (!loader) {
+        loader = new QPluginLoader(QStringLiteral("%1/lib%2.so").arg(path, name));
+        // Qt's loaders keep plugins mapped for good by default; an unloaded plugin must go.
+        loader->setLoadHints(loader->loadHints() & ~QLibrary::PreventUnloadHint);
+    }
     if (!loader->load())
         TVL_LOG(Logger::Error) << loader->errorString();
 
@@ -158,14 +164,15 @@ bool UpdaterPluginInfoPrivate::unloadPlugin(bool unloadLibrary)
 
 void UpdaterPluginInfoPrivate::doUnload()
 {
+    // Without library unloading (the host is closing down) the loader stays with the record.
     if (unloadLibrary && loader) {
         // Records queued by the logger may still point at the library's static strings.
         Logger::instance()->flush();
         if (!loader->unload())
             TVL_LOG(Logger::Warning) << "Can not unload" << name;
+        delete loader;
+        loader = nullptr;
     }
-    delete loader;
-    loader = nullptr;
     Q_EMIT owner->unloaded();
 }
 

@@ -56,7 +56,7 @@ public:
 
     UpdaterPluginsManager* owner;
     // The path of the depth-first walk, to name the plugins of a dependency cycle; and the
-    // cycles already reported in this load, so that each is reported once.
+    // cycles already reported, so that each is reported once however many loads meet it.
     QList<UpdaterPluginInfo*> sortPath;
     QSet<QStringList> reportedCycles;
 };

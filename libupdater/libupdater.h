@@ -5,14 +5,20 @@
 
 #include <libupdater/LibupdaterExport.h>
 
+#include <libupdater/CommandlineSettingsProvider.h>
 #include <libupdater/II18n.h>
 #include <libupdater/INetworkManager.h>
 #include <libupdater/ISettingsManager.h>
+#include <libupdater/ISettingsProvider.h>
 #include <libupdater/ISystemInfo.h>
 #include <libupdater/ISystemSettingsProvider.h>
 #include <libupdater/IUpdateEngine.h>
 #include <libupdater/IUpdaterErrorManager.h>
 #include <libupdater/IUpdaterNotification.h>
+#include <libupdater/IciFunctions.h>
+#include <libupdater/IciSettingsProvider.h>
+#include <libupdater/IniSettingsProvider.h>
+#include <libupdater/MemorySettingsProvider.h>
 #include <libupdater/QtSingleApplication.h>
 #include <libupdater/QtSingleCoreApplication.h>
 #include <libupdater/SettingsAttributes.h>
@@ -29,3 +35,4 @@
 #include <libupdater/UpdaterPluginInfo.h>
 #include <libupdater/UpdaterPluginLifecycleEvents.h>
 #include <libupdater/UpdaterPluginsManager.h>
+#include <libupdater/UpdaterSettingsManager.h>

@@ -3,6 +3,7 @@
 #include <basix/Console.h>
 #include <basix/SimpleCommandLineParser.h>
 
+#include <libupdater/ISettingsManager.h>
 #include <libupdater/ISystemInfo.h>
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterPluginApi.h>
@@ -24,6 +25,15 @@ void say(const QString& text, Console::Color color = Console::DefaultColor)
 {
     Console::pprint(QStringLiteral("[console] "), Console::StandardOutput, Console::Cyan);
     Console::pprint(text + QLatin1Char('\n'), Console::StandardOutput, color);
+}
+
+QString describe(const QVariant& value)
+{
+    if (!value.isValid())
+        return QStringLiteral("(nothing)");
+    if (value.typeId() == QMetaType::QVariantList || value.typeId() == QMetaType::QStringList)
+        return QLatin1Char('[') + value.toStringList().join(QStringLiteral(", ")) + QLatin1Char(']');
+    return value.toString();
 }
 
 } // namespace
@@ -60,6 +70,12 @@ void ConsolePlugin::objectAdded(QObject* object)
                                                              object->objectName());
     m_services.append(service);
     say(tr("service offered: %1").arg(service));
+
+    if (auto* settings = qobject_cast<ISettingsManager*>(object)) {
+        connect(settings, &ISettingsManager::settingChanged, this, [](const QString& key, const QVariant& value) {
+            say(tr("setting changed: %1 = %2").arg(key, describe(value)), Console::Magenta);
+        });
+    }
 }
 
 void ConsolePlugin::updaterEvent(UpdaterPluginEventPtr event)
@@ -72,6 +88,10 @@ void ConsolePlugin::updaterEvent(UpdaterPluginEventPtr event)
                     .arg(system->osName())
                     .arg(system->value(QStringLiteral("cpu.cores")).toInt())
                     .arg(system->value(QStringLiteral("memory.total")).toLongLong() / (1024 * 1024)));
+        }
+        if (const QVariant welcome = api()->getSetting(QStringLiteral("welcome"), QVariant(), TranslatedSetting);
+            welcome.isValid()) {
+            say(welcome.toString(), Console::Green);
         }
         say(tr("type \"help\" for the commands"));
         break;
