@@ -1019,18 +1019,24 @@ QVariant ICISettings::value(const QString& key, const QVariant& defaultValue) co
     if (!key.contains(QLatin1Char('.')))
         return defaultValue;
 
-    const QStringList components = key.split(QLatin1Char('.'));
-    QVariant current = QVariant(d->values);
-    for (const QString& component : components) {
-        if (current.typeId() != QMetaType::QVariantMap)
+    // Settings are read all the time: walk the nested maps in place, with components that
+    // point into `key` instead of copies of it.
+    const QVariantMap* map = &d->values;
+    qsizetype start = 0;
+    for (;;) {
+        const qsizetype dot = key.indexOf(QLatin1Char('.'), start);
+        const qsizetype end = dot < 0 ? key.size() : dot;
+        const QString component = QString::fromRawData(key.constData() + start, end - start);
+        const auto it = map->constFind(component);
+        if (it == map->cend())
             return defaultValue;
-        const QVariantMap map = current.toMap();
-        const auto it = map.constFind(component);
-        if (it == map.cend())
+        if (dot < 0)
+            return *it;
+        if (it->typeId() != QMetaType::QVariantMap)
             return defaultValue;
-        current = *it;
+        map = static_cast<const QVariantMap*>(it->constData());
+        start = dot + 1;
     }
-    return current;
 }
 
 QVariantMap ICISettings::values() const

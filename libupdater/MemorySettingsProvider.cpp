@@ -101,7 +101,19 @@ MemorySettingsProvider::~MemorySettingsProvider() = default;
 
 QVariant MemorySettingsProvider::getSetting(const QString& key) const
 {
-    return tvl::updater::value(key.split(Separator), m_settings, QVariant());
+    // Every read of every layer passes here: the components only serve to look the maps up,
+    // so they point into `key` instead of being copied out of it as split() would.
+    QStringList path;
+    path.reserve(key.count(Separator) + 1);
+    qsizetype start = 0;
+    for (;;) {
+        const qsizetype end = key.indexOf(Separator, start);
+        path.append(QString::fromRawData(key.constData() + start, (end < 0 ? key.size() : end) - start));
+        if (end < 0)
+            break;
+        start = end + 1;
+    }
+    return tvl::updater::value(path, m_settings, QVariant());
 }
 
 void MemorySettingsProvider::setSetting(const QString& key, const QVariant& value)

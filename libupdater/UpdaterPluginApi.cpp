@@ -20,14 +20,47 @@
 
 namespace tvl::updater {
 
+namespace {
+
+// Whether a translated lookup goes on to the next language. With IconSetting a key without a
+// value still comes back, as a null icon: that counts as nothing found too.
+bool nothingFound(const QVariant& value)
+{
+    if (value.typeId() == QMetaType::QIcon)
+        return value.value<QIcon>().isNull();
+    return isNull(value);
+}
+
+} // namespace
+
 class UpdaterPluginApiPrivate
 {
 public:
+    /// What getObject<ISettingsManager>() finds, without walking the registry on every read.
+    ISettingsManager* settingsManager(const UpdaterPluginApi* api);
+    void registryChanged() { settingsKnown = false; }
+
     QList<QPointer<QObject>> objects;
     UpdaterPluginsManager* manager = nullptr;
     QList<UpdaterPluginInfo*> backgroundUnloaded;
     UpdaterPluginApi::ApplicationOptions options;
+
+    // Valid until an object is added or removed. A remembered manager that is destroyed since
+    // may leave a later registered one to be found: that makes a new search too.
+    bool settingsKnown = false;
+    bool settingsFound = false;
+    QPointer<ISettingsManager> settings;
 };
+
+ISettingsManager* UpdaterPluginApiPrivate::settingsManager(const UpdaterPluginApi* api)
+{
+    if (!settingsKnown || (settingsFound && !settings)) {
+        settings = api->getObject<ISettingsManager>();
+        settingsFound = !settings.isNull();
+        settingsKnown = true;
+    }
+    return settings.data();
+}
 
 UpdaterPluginApi::UpdaterPluginApi(UpdaterPluginsManager* manager)
     : d(new UpdaterPluginApiPrivate)
@@ -66,8 +99,10 @@ UpdaterPluginApi::~UpdaterPluginApi()
 
 void UpdaterPluginApi::addObject(QObject* object)
 {
-    if (d->objects.lastIndexOf(object) < 0)
+    if (d->objects.lastIndexOf(object) < 0) {
         d->objects.append(object);
+        d->registryChanged();
+    }
     for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
         plugin->objectAdded(object);
     Q_EMIT objectAdded(object);
@@ -76,6 +111,7 @@ void UpdaterPluginApi::addObject(QObject* object)
 void UpdaterPluginApi::removeObject(QObject* object)
 {
     d->objects.removeAll(object);
+    d->registryChanged();
 }
 
 QList<QPointer<QObject>> UpdaterPluginApi::objects() const
@@ -176,16 +212,16 @@ QVariant UpdaterPluginApi::getSetting(const QString& key, const QVariant& defaul
         QVariant result;
         if (!country.isNull())
             result = getSetting(QStringLiteral("%1.%2_%3").arg(key, language, country), QVariant(), scopes);
-        if (isNull(result))
+        if (nothingFound(result))
             result = getSetting(QStringLiteral("%1.%2").arg(key, language), QVariant(), scopes);
-        if (isNull(result)) {
+        if (nothingFound(result)) {
             language = getSetting(QStringLiteral("i18n.default_lang"), QVariant(), AllScopes).toString();
             if (!language.isEmpty())
                 result = getSetting(QStringLiteral("%1.%2").arg(key, language), QVariant(), scopes);
         }
-        if (isNull(result))
+        if (nothingFound(result))
             result = getSetting(QStringLiteral("%1.%2").arg(key, QStringLiteral("en")), QVariant(), scopes);
-        return isNull(result) ? defaultValue : result;
+        return nothingFound(result) ? defaultValue : result;
     }
 
     if (attributes.testFlag(SystemSetting)) {
@@ -195,7 +231,7 @@ QVariant UpdaterPluginApi::getSetting(const QString& key, const QVariant& defaul
                 return value;
         }
     }
-    if (auto* settings = getObject<ISettingsManager>()) {
+    if (auto* settings = d->settingsManager(this)) {
         const QVariant value = settings->getSetting(key, attributes);
         if (attributes.testFlag(IconSetting))
             return QVariant::fromValue(tv_icon_from_path(value));
@@ -211,7 +247,7 @@ void UpdaterPluginApi::setSetting(const QString& key, const QVariant& value, Set
             system->setValue(key, value);
         return;
     }
-    if (auto* settings = getObject<ISettingsManager>()) {
+    if (auto* settings = d->settingsManager(this)) {
         settings->setSetting(key, value, attributes.testFlag(PersistSetting),
                              !closingDown() && !attributes.testFlag(SilentSetting));
     }

@@ -1,0 +1,10 @@
+#include "AbstractVideoPlayer.h"
+
+namespace tvl::updater {
+
+AbstractVideoPlayer::AbstractVideoPlayer(QObject* parent)
+    : QObject(parent)
+{
+}
+
+} // namespace tvl::updater
