@@ -13,7 +13,7 @@
 
 #include <basix/ICISettings.h>
 
-#include "fixtures/LogCapture.h"
+#include <LogCapture.h>
 #include "fixtures/PluginScenario.h"
 
 #include <QtCore/QJsonArray>

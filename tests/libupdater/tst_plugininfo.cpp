@@ -4,7 +4,7 @@
 
 #include <basix/ICISettings.h>
 
-#include "fixtures/LogCapture.h"
+#include <LogCapture.h>
 #include "fixtures/PluginScenario.h"
 
 #include <QtCore/QPointer>

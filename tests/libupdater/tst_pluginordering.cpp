@@ -3,7 +3,7 @@
 #include <libupdater/UpdaterPluginsManager.h>
 #include <libupdater/UpdaterPluginsManager_p.h>
 
-#include "fixtures/LogCapture.h"
+#include <LogCapture.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QTemporaryDir>

@@ -4,7 +4,7 @@
 #include <libupdater/UpdaterPluginInfo.h>
 #include <libupdater/UpdaterPluginsManager.h>
 
-#include "fixtures/LogCapture.h"
+#include <LogCapture.h>
 #include "fixtures/PluginScenario.h"
 
 #include <QtCore/QRegularExpression>

@@ -2,7 +2,7 @@
 #include <libupdater/vlc/VlcPlayer.h>
 #include <libupdater/vlc/VlcVideoGraphicsItem.h>
 
-#include "fixtures/LogCapture.h"
+#include <LogCapture.h>
 
 #include <QtCore/QPointer>
 #include <QtCore/QProcess>
