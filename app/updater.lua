@@ -45,8 +45,9 @@ welcome = {
 -- Developer mode: more logging and tools for plugin authors.
 dev_mode = false
 
--- Arguments for the game, taken from the launcher's own options named game-<name>:
+-- Arguments for the game, taken from the launcher's own options named game-<name> (the filter
+-- is a regular expression whose first group becomes the name):
 -- "updater --game-lang=fr" gives "--lang=fr".
-game = { arguments = command_line_args("game%-(.*)", "--%(name)=%(value)") }
+game = { arguments = command_line_args("game-(.*)", "--%(name)=%(value)") }
 
 print("configuration read from " .. root .. " on " .. sys.osname)
