@@ -1,152 +1,60 @@
 #include <libupdater/IciFunctions.h>
 #include <libupdater/Updater.h>
 
-#include <basix/AbstractLoggerOutput.h>
 #include <basix/ICISettings.h>
-#include <basix/Logger.h>
 #include <basix/SimpleCommandLineParser.h>
 
-#include <QtCore/QJsonArray>
+#include <LogCapture.h>
+#include <TestSupport.h>
+
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
-#include <QtCore/QMutex>
-#include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
-
-#include <cstdio>
-#include <utility>
 
 using namespace tvl::updater;
 
 namespace {
 
-// The test executable runs itself with this variable set to play a sequence of steps in a
-// process of its own: command_line_args reads the process's arguments and keeps their names.
-const char* const stepsVariable = "TST_ICIFUNCTIONS_STEPS";
-
-struct Record
+// Evaluates `script`, named `path`, with every function registered; the error text on failure.
+QString evaluate(const QString& path, const QByteArray& script, QVariantMap* values)
 {
-    QString message;
-    QString file;
-    QString function;
-    int line;
-    int level;
-};
-
-class RecordingOutput : public tvl::AbstractLoggerOutput
-{
-public:
-    void writeLogHeader() override {}
-    void write(const QString& message, const QString& file, const QString& function, const QString&,
-               int line, tvl::Logger::Level level, const QDateTime&, int) override
-    {
-        QMutexLocker locker(&m_mutex);
-        m_records.append({message, file, function, line, int(level)});
-    }
-
-    QList<Record> take()
-    {
-        tvl::Logger::instance()->flush();
-        QMutexLocker locker(&m_mutex);
-        return std::exchange(m_records, {});
-    }
-
-private:
-    QMutex m_mutex;
-    QList<Record> m_records;
-};
-
-QString luaString(const QString& text)
-{
-    return QStringLiteral("[==[") + text + QStringLiteral("]==]");
-}
-
-// Evaluates `script` from `path` with every function registered; the error text on failure.
-bool evaluateScript(const QString& path, const QByteArray& script, QVariantMap* values, QString* error)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(script) != script.size())
-        return false;
-    file.close();
-    tvl::ICISettings settings(path);
+    tvl::ICISettings settings(path, script);
     registerIciFunctions(&settings);
-    settings.createFunction(QStringLiteral("to_hex"), ici_to_hex);
-    settings.createFunction(QStringLiteral("to_base64"), ici_to_base64);
-    const bool ok = settings.evaluate(false, false);
+    settings.createFunction("to_hex", ici_to_hex);
+    settings.createFunction("to_base64", ici_to_base64);
+    // Gives the updater a new command line, for the child process.
+    settings.createFunction("replace_args", [](tvl::ICISettingsContext* context) {
+        const QStringList arguments = QVariant(context->args()).toStringList();
+        *tv_updater_args() = tvl::SimpleCommandLineParser(QStringList{"program"} + arguments);
+        return QVariant();
+    });
+    const bool ok = settings.evaluate();
     *values = settings.values();
-    *error = settings.errorString();
-    return ok;
+    return ok ? QString() : settings.errorString();
 }
 
-// Plays the steps given in the environment: {"script": text} evaluates a script and keeps its
-// values, {"arguments": [...]} replaces the updater's parsed command line. Prints the values
-// of every script (or {"error": text}) as JSON on standard output.
-int playSteps(int argc, char** argv)
+// The child: evaluates the script SCRIPT and prints its values as JSON.
+int scriptScenario(const QByteArray&, int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    const QJsonArray steps = QJsonDocument::fromJson(qgetenv(stepsVariable)).array();
-    QTemporaryDir directory;
-    QVariantMap output;
-    for (const QJsonValue& step : steps) {
-        const QJsonObject object = step.toObject();
-        if (object.contains(QStringLiteral("arguments"))) {
-            QStringList arguments{QCoreApplication::applicationFilePath()};
-            for (const QJsonValue& argument : object.value(QStringLiteral("arguments")).toArray())
-                arguments.append(argument.toString());
-            *tv_updater_args() = tvl::SimpleCommandLineParser(arguments);
-            continue;
-        }
-        QVariantMap values;
-        QString error;
-        if (!evaluateScript(directory.filePath(QStringLiteral("child.lua")),
-                            object.value(QStringLiteral("script")).toString().toUtf8(), &values, &error)) {
-            output = {{QStringLiteral("error"), error}};
-            break;
-        }
-        output.insert(values);
+    QVariantMap values;
+    const QString error = evaluate("/child.lua", qgetenv("SCRIPT"), &values);
+    const QJsonDocument json(QJsonObject::fromVariantMap(values));
+    QTextStream(stdout) << (error.isNull() ? json.toJson() : error.toUtf8());
+    return error.isNull() ? 0 : 1;
+}
+
+// Notes the line of the last record too.
+struct LineCapture : LogCapture
+{
+    int line = 0;
+    void write(const QString& message, const QString& file, const QString& function, const QString& context, int line,
+               tvl::Logger::Level level, const QDateTime& time, int id) override
+    {
+        LogCapture::write(message, file, function, context, this->line = line, level, time, id);
     }
-    const QByteArray json = QJsonDocument(QJsonObject::fromVariantMap(output)).toJson(QJsonDocument::Compact);
-    std::fwrite(json.constData(), 1, size_t(json.size()), stdout);
-    return 0;
-}
-
-// Runs the steps in a child process started with `arguments`; its printed values.
-QVariantMap runSteps(const QJsonArray& steps, const QStringList& arguments)
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(stepsVariable),
-                       QString::fromUtf8(QJsonDocument(steps).toJson(QJsonDocument::Compact)));
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(QCoreApplication::applicationFilePath(), arguments);
-    if (!process.waitForFinished(60'000) || process.exitCode() != 0) {
-        process.kill();
-        process.waitForFinished();
-        return {{QStringLiteral("error"), QStringLiteral("the child process failed")}};
-    }
-    return QJsonDocument::fromJson(process.readAllStandardOutput()).object().toVariantMap();
-}
-
-QJsonObject scriptStep(const QString& script)
-{
-    return {{QStringLiteral("script"), script}};
-}
-
-QJsonObject argumentsStep(const QStringList& arguments)
-{
-    return {{QStringLiteral("arguments"), QJsonArray::fromStringList(arguments)}};
-}
-
-const QString usageOfCommandLineArgs = QStringLiteral(
-    "command_line_args expects exactly 2 arguments : command_line_args(filter, format)\n"
-    "filter is a regex, capturing the key - format is something like \"--%(name)=%(value)\"");
-
-// The command line of the child processes: options with and without values, in this order.
-const QStringList childArguments{QStringLiteral("--game-lang=fr"), QStringLiteral("--game-flag"),
-                                 QStringLiteral("--game-region=eu"), QStringLiteral("--game-empty="),
-                                 QStringLiteral("positional"), QStringLiteral("--other=x")};
+};
 
 } // namespace
 
@@ -154,233 +62,119 @@ class tst_IciFunctions : public QObject
 {
     Q_OBJECT
 
+    QTemporaryDir m_dir;
+    const QString m_script = m_dir.filePath("f.lua");
+
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        testsupport::writeFile(m_dir.filePath("sub/other.lua"), "a = 1\n");
+        // Options with and without values, in this order; command_line_args reads their names once.
+        const QString arguments = "program --game-lang=fr --game-flag --game-region=eu --game-empty= positional";
+        *tv_updater_args() = tvl::SimpleCommandLineParser((arguments + " --other=x").split(' '));
+    }
 
-    void wrongArgumentCount_data();
-    void wrongArgumentCount();
-    void results_data();
-    void results();
-    void locations();
-    void print();
+    // "@" stands for the test's directory.
+    void calls_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<QString>("expected"); // "<type>:<result>", or the error
 
-    void commandLineArgs_data();
-    void commandLineArgs();
-    void commandLineArgsKeepsFirstNames();
+        const auto row = [](const char* call, const char* expected) { QTest::newRow(call) << call << expected; };
+        row("same_paths(1)", "@/f.lua:2: same_paths expects exactly 2 arguments");
+        row("data_location(1)", "@/f.lua:2: data_location expects exactly 0 argument");
+        row("global_data_location(1, 2)", "@/f.lua:2: global_data_location expects exactly 0 argument");
+        row("set_application_name()", "@/f.lua:2: set_application_name expects exactly 1 argument");
+        row("file_exists(1, 2)", "@/f.lua:2: file_exists expects exactly 1 argument");
+        row("application_path(1)", "@/f.lua:2: application_path expects no argument");
+        row("print()", "@/f.lua:2: application_path expects exactly 1 argument");
+        row("compare_versions(1, 2, 3)", "@/f.lua:2: compare_versions expects exactly 2 arguments");
+        row("regex_match(1)", "@/f.lua:2: compare_versions expects exactly 2 arguments");
+        row("command_line_args(1)",
+            "@/f.lua:2: command_line_args expects exactly 2 arguments : command_line_args(filter, format)\n"
+            "filter is a regex, capturing the key - format is something like \"--%(name)=%(value)\"");
+        row("to_hex()", "@/f.lua:2: to_hex expects exactly 1 argument");
+        row("to_base64(1, 2)", "@/f.lua:2: to_base64 expects exactly 1 argument");
 
-private:
-    QString scriptPath() const { return m_directory.filePath(QStringLiteral("functions.lua")); }
+        row("same_paths('@/sub/other.lua', '@/sub/../sub/other.lua')", "bool:true");
+        row("same_paths('@/sub/other.lua', '@/sub')", "bool:false");
+        row("file_exists('@/sub/other.lua')", "bool:true");
+        row("file_exists('@/missing.lua')", "bool:false");
+        row("regex_match('a', 'abc')", "bool:false");
+        row("regex_match('x|abc', 'xabc')", "bool:false");
+        row("regex_match('a.c', 'a\\nc')", "bool:true");
+        row("regex_match('(', '(')", "bool:false");
+        row("regex_match('a)(b', 'ab')", "bool:false");
+        row("compare_versions('3.11.1', '3.11.1')", "qlonglong:0");
+        row("compare_versions('1.2', '1.10')", "qlonglong:-1");
+        row("to_hex('A\u00e9')", "QString:41c3a9");
+        row("to_base64('h\u00e9llo')", "QString:aMOpbGxv");
+        // Options without a value are skipped; the first group names the option, else the whole name.
+        row("command_line_args('game-(.*)', '--%(name)=%(value)')", "QVariantList:--lang=fr --region=eu --empty=");
+        row("command_line_args('game-.*', '%(name):%(value)')", "QVariantList:game-lang:fr game-region:eu game-empty:");
+        row("command_line_args('(game)-(lang|region)', '%(value)%(name)')", "QVariantList:frgame eugame");
+        row("command_line_args('game', '--%(name)=%(value)')", "QVariantList:");
+        row("command_line_args('(.*)', '--%(name)')", "QVariantList:");
+        row("command_line_args('(.*)', '--x=%(value)')", "QVariantList:");
+        row("command_line_args('game-(', '--%(name)=%(value)')", "QVariantList:");
+    }
 
-    QTemporaryDir m_directory;
-    RecordingOutput m_output;
+    void calls()
+    {
+        QFETCH(QString, call);
+        QFETCH(QString, expected);
+        LogCapture log;
+        QVariantMap values;
+        const QString error = evaluate(m_script, "a = 1\nresult = " + call.replace('@', m_dir.path()).toUtf8(),
+                                       &values);
+        const QVariant result = values.value("result");
+        const QString text = result.typeId() == QMetaType::QVariantList ? result.toStringList().join(' ')
+                                                                         : result.toString();
+        QCOMPARE(error.isNull() ? result.typeName() + (':' + text) : error, expected.replace('@', m_dir.path()));
+        QVERIFY(log.take().isEmpty());
+    }
+
+    void applicationFunctions()
+    {
+        QCoreApplication::setOrganizationName("tvl-org");
+        const QString generic = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        LineCapture log;
+        QVariantMap values;
+        QCOMPARE(evaluate(m_script, "data = data_location()\nglobal = global_data_location()\n"
+                          "path = application_path()\nset_application_name('renamed app')\nprint('hello ' .. 1)\n",
+                          &values), QString());
+
+        // The application's own data directory lies below the organisation's.
+        QCOMPARE(values.value("data").toString(), generic + "/tvl-org");
+        QCOMPARE(values.value("global").toString(), generic);
+        QCOMPARE(values.value("path").toString(), QCoreApplication::applicationFilePath());
+        QCOMPARE(QCoreApplication::applicationName(), QString("renamed app"));
+        const QList<LogCapture::Record> records = log.take();
+        QCOMPARE(records.size(), 1);
+        QCOMPARE(QString("%1 %2:%3 ").arg(records[0].level).arg(records[0].file).arg(log.line) + records[0].message,
+                 QString("2 %1:5 hello 1").arg(m_script));
+        QCOMPARE(records[0].function, QString());
+    }
+
+    // In a process of its own, which has not read the option names yet.
+    void commandLineArgsKeepsFirstNames()
+    {
+        const auto child = testsupport::runScenario("script", {"--game-lang=fr"}, {"SCRIPT="
+            // Calls that stop before the option names are read leave them unread.
+            "early = command_line_args('game-(', '--%(name)=%(value)')\n"
+            "early2 = command_line_args('game-(.*)', '--%(name)')\n"
+            "replace_args('--game-late=1', '--game-lang=de')\n"
+            "first = command_line_args('game-(.*)', '--%(name)=%(value)')\n"
+            // From now on only the names read above count; their values are still looked up.
+            "replace_args('--game-new=2', '--game-lang=it')\n"
+            "second = command_line_args('game-(.*)', '--%(name)=%(value)')\n"});
+        QVERIFY2(child.exitedWith(0), (child.out + child.err).constData());
+        const QVariantMap values = QJsonDocument::fromJson(child.out).object().toVariantMap();
+        QCOMPARE(values.value("first").toStringList(), (QStringList{"--late=1", "--lang=de"}));
+        QCOMPARE(values.value("second").toStringList(), QStringList{"--lang=it"});
+    }
 };
 
-void tst_IciFunctions::initTestCase()
-{
-    QStandardPaths::setTestModeEnabled(true);
-    QVERIFY(m_directory.isValid());
-    QFile other(m_directory.filePath(QStringLiteral("other.lua")));
-    QVERIFY(other.open(QIODevice::WriteOnly));
-    QVERIFY(QDir(m_directory.path()).mkdir(QStringLiteral("sub")));
-    tvl::Logger::instance()->addOutput(&m_output);
-}
-
-void tst_IciFunctions::cleanupTestCase()
-{
-    tvl::Logger::instance()->removeOutput(&m_output);
-}
-
-void tst_IciFunctions::wrongArgumentCount_data()
-{
-    QTest::addColumn<QString>("function");
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("message");
-
-    QTest::newRow("same_paths") << "same_paths" << 1 << "same_paths expects exactly 2 arguments";
-    QTest::newRow("data_location") << "data_location" << 1 << "data_location expects exactly 0 argument";
-    QTest::newRow("global_data_location") << "global_data_location" << 2
-                                          << "global_data_location expects exactly 0 argument";
-    QTest::newRow("set_application_name") << "set_application_name" << 0
-                                          << "set_application_name expects exactly 1 argument";
-    QTest::newRow("file_exists") << "file_exists" << 2 << "file_exists expects exactly 1 argument";
-    QTest::newRow("application_path") << "application_path" << 1 << "application_path expects no argument";
-    QTest::newRow("print") << "print" << 0 << "application_path expects exactly 1 argument";
-    QTest::newRow("compare_versions") << "compare_versions" << 3 << "compare_versions expects exactly 2 arguments";
-    QTest::newRow("regex_match") << "regex_match" << 1 << "compare_versions expects exactly 2 arguments";
-    QTest::newRow("command_line_args") << "command_line_args" << 1 << usageOfCommandLineArgs;
-    QTest::newRow("to_hex") << "to_hex" << 0 << "to_hex expects exactly 1 argument";
-    QTest::newRow("to_base64") << "to_base64" << 2 << "to_base64 expects exactly 1 argument";
-}
-
-void tst_IciFunctions::wrongArgumentCount()
-{
-    QFETCH(QString, function);
-    QFETCH(int, count);
-    QFETCH(QString, message);
-    m_output.take();
-
-    QStringList arguments;
-    for (int i = 0; i < count; ++i)
-        arguments.append(QStringLiteral("\"1.0\""));
-    const QString script = QStringLiteral("a = 1\nresult = %1(%2)\n").arg(function, arguments.join(QLatin1Char(',')));
-    QVariantMap values;
-    QString error;
-    QVERIFY(!evaluateScript(scriptPath(), script.toUtf8(), &values, &error));
-    QCOMPARE(error, scriptPath() + QStringLiteral(":2: ") + message);
-    QVERIFY(m_output.take().isEmpty());
-}
-
-void tst_IciFunctions::results_data()
-{
-    QTest::addColumn<QString>("expression");
-    QTest::addColumn<QVariant>("expected");
-
-    const QVariant yes(true);
-    const QVariant no(false);
-    QTest::newRow("same_paths: one file") << "same_paths('@/functions.lua', '@/sub/../functions.lua')" << yes;
-    QTest::newRow("same_paths: two files") << "same_paths('@/functions.lua', '@/other.lua')" << no;
-    QTest::newRow("file_exists: yes") << "file_exists('@/other.lua')" << yes;
-    QTest::newRow("file_exists: no") << "file_exists('@/missing.lua')" << no;
-
-    QTest::newRow("regex_match: whole text") << "regex_match('a.c', 'abc')" << yes;
-    QTest::newRow("regex_match: prefix only") << "regex_match('a', 'abc')" << no;
-    QTest::newRow("regex_match: alternatives stay anchored") << "regex_match('x|abc', 'xabc')" << no;
-    QTest::newRow("regex_match: dot takes a line break") << "regex_match('a.c', 'a\\nc')" << yes;
-    QTest::newRow("regex_match: invalid pattern") << "regex_match('(', '(')" << no;
-    QTest::newRow("regex_match: unbalanced pattern") << "regex_match('a)(b', 'a)(b')" << no;
-
-    QTest::newRow("compare_versions: equal") << "compare_versions('3.11.1', '3.11.1')" << QVariant(0);
-    QTest::newRow("compare_versions: 1.2 < 1.10") << "compare_versions('1.2', '1.10')" << QVariant(-1);
-    QTest::newRow("compare_versions: pre-release") << "compare_versions('1.2-rc1', '1.2')" << QVariant(-1);
-
-    QTest::newRow("to_hex") << "to_hex('Aé')" << QVariant(QStringLiteral("41c3a9"));
-    QTest::newRow("to_base64") << "to_base64('héllo')" << QVariant(QStringLiteral("aMOpbGxv"));
-}
-
-void tst_IciFunctions::results()
-{
-    QFETCH(QString, expression);
-    QFETCH(QVariant, expected);
-
-    const QString script = QStringLiteral("result = ") + QString(expression).replace(QLatin1Char('@'), m_directory.path());
-    QVariantMap values;
-    QString error;
-    QVERIFY2(evaluateScript(scriptPath(), script.toUtf8(), &values, &error), qPrintable(error));
-    const QVariant result = values.value(QStringLiteral("result"));
-    // Integers come back from the script as 64-bit numbers.
-    if (expected.typeId() == QMetaType::Int)
-        expected = QVariant(expected.toLongLong());
-    QCOMPARE(result.metaType(), expected.metaType());
-    QCOMPARE(result, expected);
-}
-
-void tst_IciFunctions::locations()
-{
-    const QString organization = QCoreApplication::organizationName();
-    const QString application = QCoreApplication::applicationName();
-    QCoreApplication::setOrganizationName(QStringLiteral("tvl-org"));
-    QCoreApplication::setApplicationName(QStringLiteral("tst-app"));
-    const QString generic = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-
-    const QByteArray script = "data = data_location()\n"
-                              "global = global_data_location()\n"
-                              "path = application_path()\n"
-                              "set_application_name('renamed app')\n";
-    QVariantMap values;
-    QString error;
-    const bool ok = evaluateScript(scriptPath(), script, &values, &error);
-    const QString renamedTo = QCoreApplication::applicationName();
-    QCoreApplication::setOrganizationName(organization);
-    QCoreApplication::setApplicationName(application);
-    QVERIFY2(ok, qPrintable(error));
-
-    // The application's own data directory lies below the organisation's.
-    QCOMPARE(values.value(QStringLiteral("data")).toString(), generic + QStringLiteral("/tvl-org"));
-    QCOMPARE(renamedTo, QStringLiteral("renamed app"));
-    QCOMPARE(values.value(QStringLiteral("global")).toString(), generic);
-
-    const QString path = values.value(QStringLiteral("path")).toString();
-    QVERIFY2(path.endsWith(QStringLiteral("/tst_icifunctions")), qPrintable(path));
-    QVERIFY(QFileInfo(path).isFile());
-}
-
-void tst_IciFunctions::print()
-{
-    m_output.take();
-    QVariantMap values;
-    QString error;
-    QVERIFY2(evaluateScript(scriptPath(), "a = 1\n\nprint('hello ' .. a)\n", &values, &error), qPrintable(error));
-    const QList<Record> records = m_output.take();
-    QCOMPARE(records.size(), 1);
-    QCOMPARE(records.first().message, QStringLiteral("hello 1"));
-    QCOMPARE(records.first().file, scriptPath());
-    QVERIFY(records.first().function.isNull());
-    QCOMPARE(records.first().line, 3);
-    QCOMPARE(records.first().level, 2);
-}
-
-void tst_IciFunctions::commandLineArgs_data()
-{
-    QTest::addColumn<QString>("filter");
-    QTest::addColumn<QString>("format");
-    QTest::addColumn<QStringList>("expected");
-
-    QTest::newRow("capture group, options without a value skipped")
-        << "game-(.*)" << "--%(name)=%(value)" << QStringList{"--lang=fr", "--region=eu", "--empty="};
-    QTest::newRow("no capture group: the whole name")
-        << "game-.*" << "%(name):%(value)" << QStringList{"game-lang:fr", "game-region:eu", "game-empty:"};
-    QTest::newRow("only the first group")
-        << "(game)-(lang|region)" << "%(name)=%(value)" << QStringList{"game=fr", "game=eu"};
-    QTest::newRow("whole names only") << "game" << "--%(name)=%(value)" << QStringList{};
-    QTest::newRow("every option with a value")
-        << "(.*)" << "%(value)%(name)"
-        << QStringList{"frgame-lang", "eugame-region", "game-empty", "xother"};
-    QTest::newRow("value placeholder missing") << "(.*)" << "--%(name)" << QStringList{};
-    QTest::newRow("name placeholder missing") << "(.*)" << "--x=%(value)" << QStringList{};
-    QTest::newRow("invalid filter") << "game-(" << "--%(name)=%(value)" << QStringList{};
-}
-
-void tst_IciFunctions::commandLineArgs()
-{
-    QFETCH(QString, filter);
-    QFETCH(QString, format);
-    QFETCH(QStringList, expected);
-
-    const QString script = QStringLiteral("result = command_line_args(%1, %2)\n")
-                               .arg(luaString(filter), luaString(format));
-    const QVariantMap output = runSteps({scriptStep(script)}, childArguments);
-    QVERIFY2(!output.contains(QStringLiteral("error")), qPrintable(output.value(QStringLiteral("error")).toString()));
-    QCOMPARE(output.value(QStringLiteral("result")).toStringList(), expected);
-}
-
-void tst_IciFunctions::commandLineArgsKeepsFirstNames()
-{
-    const QString call = QStringLiteral("command_line_args('game-(.*)', '--%(name)=%(value)')");
-    const QJsonArray steps{
-        // Calls that stop before the option names are read leave them unread.
-        scriptStep(QStringLiteral("early = command_line_args('game-(', '--%(name)=%(value)')")),
-        scriptStep(QStringLiteral("early2 = command_line_args('game-(.*)', '--%(name)')")),
-        argumentsStep({QStringLiteral("--game-late=1"), QStringLiteral("--game-lang=de")}),
-        scriptStep(QStringLiteral("first = ") + call),
-        // From now on only the names read above count; their values are still looked up.
-        argumentsStep({QStringLiteral("--game-new=2"), QStringLiteral("--game-lang=it")}),
-        scriptStep(QStringLiteral("second = ") + call)};
-    const QVariantMap output = runSteps(steps, childArguments);
-    QVERIFY2(!output.contains(QStringLiteral("error")), qPrintable(output.value(QStringLiteral("error")).toString()));
-    QCOMPARE(output.value(QStringLiteral("first")).toStringList(),
-             (QStringList{QStringLiteral("--late=1"), QStringLiteral("--lang=de")}));
-    QCOMPARE(output.value(QStringLiteral("second")).toStringList(), QStringList{QStringLiteral("--lang=it")});
-}
-
-int main(int argc, char** argv)
-{
-    if (qEnvironmentVariableIsSet(stepsVariable))
-        return playSteps(argc, argv);
-    QCoreApplication application(argc, argv);
-    tst_IciFunctions test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
-
+TEST_MAIN_WITH_SCENARIOS(tst_IciFunctions, QCoreApplication, scriptScenario)
 #include "tst_icifunctions.moc"

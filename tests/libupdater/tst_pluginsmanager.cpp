@@ -1,57 +1,53 @@
+// The plugin host and its API over real plugin libraries: descriptors, dependencies, loading and unloading,
+// mandatory failures, shutdown, the object registry, calls into plugins, options and the last window closed.
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterPlugin.h>
-#include <libupdater/UpdaterPluginApi.h>
-#include <libupdater/UpdaterPluginInfo.h>
-#include <libupdater/UpdaterPluginsManager.h>
+#include <libupdater/UpdaterPluginInfo_p.h>
+#include <libupdater/UpdaterPluginsManager_p.h>
+
+#include <basix/ICISettings.h>
 
 #include <LogCapture.h>
 #include "fixtures/PluginScenario.h"
 
+#include <QtCore/QPointer>
 #include <QtCore/QRegularExpression>
-#include <QtCore/QStandardPaths>
+#include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QProgressDialog>
 #include <QtWidgets/QPushButton>
 
+#include <cstdio>
+
 using namespace tvl::updater;
 
 namespace {
 
-const QString Source = QStringLiteral("libupdater/UpdaterPluginsManager");
+UpdaterPluginInfoPrivate* d(UpdaterPluginInfo* info) { return UpdaterPluginInfoPrivate::get(info); }
+QStringList split(const char* words) { return QString::fromLatin1(words).split(' ', Qt::SkipEmptyParts); }
 
-/// The manager's records without the detail level.
-QStringList managerLog(LogCapture& log)
+/// Calls `inspect` with the modal widget of type T once one shows up, while `context` lives.
+template<typename T>
+void whenModal(QObject* context, const std::function<void(T*)>& inspect)
 {
-    QStringList lines = log.lines(Source);
-    lines.removeIf([](const QString& line) { return line.startsWith(QLatin1String("0 ")); });
-    return lines;
+    QTimer::singleShot(20, context, [context, inspect] {
+        if (auto* widget = qobject_cast<T*>(QApplication::activeModalWidget()); widget && widget->isVisible())
+            inspect(widget);
+        else
+            whenModal(context, inspect);
+    });
 }
 
-/// Calls `inspect` with the first visible top-level widget of type T, polling while it lives.
-template<typename T>
-class WidgetWatch
+/// The child of options(): prints the options of an API in a "gui" or "console" application.
+int printOptions(const QByteArray& scenario, int argc, char** argv)
 {
-public:
-    explicit WidgetWatch(std::function<void(T*)> inspect)
-    {
-        QObject::connect(&m_timer, &QTimer::timeout, [this, inspect] {
-            const QList<QWidget*> widgets = QApplication::topLevelWidgets();
-            for (QWidget* widget : widgets) {
-                if (auto* found = qobject_cast<T*>(widget); found && found->isVisible()) {
-                    m_timer.stop();
-                    inspect(found);
-                    return;
-                }
-            }
-        });
-        m_timer.start(20);
-    }
-
-private:
-    QTimer m_timer;
-};
+    const std::unique_ptr<QCoreApplication> application(
+        scenario == "gui" ? new QApplication(argc, argv) : new QCoreApplication(argc, argv));
+    std::printf("%d\n", int(UpdaterPluginsManager().api()->applicationOptions()));
+    return 0;
+}
 
 } // namespace
 
@@ -59,330 +55,496 @@ class TestPluginsManager : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
-    void discovery_data();
-    void discovery();
-    void selection_data();
-    void selection();
-    void bootstrap_data();
-    void bootstrap();
-    void hardDependencyNotLoaded();
-    void mandatoryFailure_data();
-    void mandatoryFailure();
-    void shutdownOrder();
-    void stalledShutdownTerminated();
-    void quitCodes_data();
-    void quitCodes();
-    void singleUnload();
-
-private:
     QTemporaryDir m_preferences;
+    PluginDir m_dir;
     LogCapture m_log;
+
+    /// The manager's records since the last call, without the detail level and the "Loading plugin" lines.
+    QStringList log()
+    {
+        QStringList lines = m_log.lines(QStringLiteral("libupdater/UpdaterPluginsManager"));
+        lines.removeIf([](const QString& line) { return line.startsWith('0') || line.contains("Loading plugin"); });
+        return lines;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // A marker left behind makes this run one after a crash: unsafe plugins are skipped.
+        testsupport::writeFile(m_preferences.filePath(QStringLiteral(".crash_handler_marker")), {});
+        tv_set_user_preferences_path(m_preferences.path());
+        QVERIFY(tv_setup_crash_handler() && tv_previous_run_crashed());
+    }
+
+    void cleanup() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+
+    void read_data()
+    {
+        QTest::addColumn<QString>("source");
+        // name, autoload, soft_depends, depends, required_by, replace, mandatory, needGUI, unsafe; empty: refused
+        QTest::addColumn<QString>("fields");
+        QTest::addColumn<QVariant>("data");
+
+        QTest::newRow("defaults") << "name = 'a'" << "a 1 - - - - 0 0 0" << QVariant();
+        QTest::newRow("every key") << "name = 'b'; autoload = false; soft_depends = {'s1', 's2'}; depends = {'d'}\n"
+                                      "required_by = {'r1', 'r2'}; replace = {'x'}; mandatory = true\n"
+                                      "needGUI = true; unsafe = true; data = { theme = 'dark' }"
+                                   << "b 0 s1,s2 d r1,r2 x 1 1 1" << QVariant(QVariantMap{{"theme", "dark"}});
+        QTest::newRow("no name") << "autoload = false" << QString() << QVariant();
+        QTest::newRow("evaluation error") << "name = 'a'\nerror('broken')" << QString() << QVariant();
+    }
+
+    void read()
+    {
+        QFETCH(QString, source);
+        QFETCH(QString, fields);
+
+        const QString file = testsupport::writeFile(m_dir.path() + "/read.updaterplugin", source.toUtf8());
+        m_log.take();
+        UpdaterPluginInfo info;
+        QCOMPARE(d(&info)->read(file), !fields.isEmpty());
+        tvl::ICISettings engine(file); // what is logged for a broken descriptor
+        const QStringList error = engine.evaluate() ? QStringList() : QStringList{"5 " + engine.errorString()};
+        QCOMPARE(m_log.lines(QStringLiteral("libupdater/UpdaterPluginInfo")), error);
+        if (fields.isEmpty())
+            return;
+        const auto join = [](const QStringList& list) { return list.isEmpty() ? QStringLiteral("-") : list.join(','); };
+        const auto flag = [](bool value) { return QString::number(value); };
+        QCOMPARE(QStringList({info.name(), flag(info.autoLoad()), join(info.softDependencies()),
+                              join(info.dependencies()), join(info.requiredBy()), join(info.replacedPlugins()),
+                              flag(info.isMandatory()), flag(info.needGUI()), flag(info.unsafe())})
+                     .join(' '),
+                 fields);
+        QTEST(d(&info)->data, "data");
+    }
+
+    void loadAndUnload_data()
+    {
+        QTest::addColumn<bool>("unloadLibrary");
+        QTest::newRow("library unloaded") << true;
+        QTest::newRow("library kept") << false;
+    }
+
+    void loadAndUnload()
+    {
+        QFETCH(bool, unloadLibrary);
+        const QString name = QString::fromLatin1(QTest::currentDataTag()).section(' ', 1);
+        m_dir.add(name);
+        UpdaterPluginInfo info;
+        QVERIFY(d(&info)->read(m_dir.path() + QStringLiteral("/%1.updaterplugin").arg(name)) && d(&info)->loadPlugin());
+        QPointer<UpdaterPlugin> plugin = info.plugin();
+        QVERIFY(plugin && info.isLoaded() && libraryMapped(m_dir.library(name)));
+
+        // The plugin object goes on a later turn of the event loop, the library after it.
+        QSignalSpy unloaded(&info, &UpdaterPluginInfo::unloaded);
+        QVERIFY(d(&info)->unloadPlugin(unloadLibrary));
+        QVERIFY(!info.isLoaded() && !info.plugin() && plugin && unloaded.isEmpty());
+        QVERIFY(unloaded.wait() && !plugin && unloaded.count() == 1);
+        QCOMPARE(libraryMapped(m_dir.library(name)), !unloadLibrary);
+
+        // Whatever the first unload kept, loading again and unloading with the library clears all.
+        QVERIFY(d(&info)->loadPlugin() && d(&info)->unloadPlugin(true) && unloaded.wait());
+        QVERIFY(!libraryMapped(m_dir.library(name)));
+    }
+
+    void resolve_data()
+    {
+        QTest::addColumn<QString>("descriptors");
+        QTest::addColumn<QString>("resolved"); // "<plugin>:<dependency>=<hard>,..." per record with dependencies
+        QTest::addColumn<bool>("missing");     // the hard dependency m is missing
+
+        const auto row = [](const char* tag, const char* descriptors, const char* resolved, bool missing = false) {
+            QTest::newRow(tag) << descriptors << resolved << missing;
+        };
+        row("hard by name", "p|depends = {'x'} / x", "p:x=1");
+        row("real plugin before its replacer", "p|depends = {'x'} / x / y|replace = {'x'}", "p:x=1");
+        row("replacer before the real plugin", "p|depends = {'x'} / w|replace = {'x'} / x", "p:w=0,x=1");
+        row("only replacers", "p|depends = {'x'} / y|replace = {'x'} / z|replace = {'w', 'x'}", "p:y=0,z=0");
+        row("missing hard dependency skips the rest",
+            "p|depends = {'m', 'x'}; soft_depends = {'x'}; required_by = {'r'} / x / r", "", true);
+        row("missing after a found one", "p|depends = {'x', 'm'} / x", "p:x=1", true);
+        row("soft", "p|soft_depends = {'x', 'absent'} / x", "p:x=0");
+        row("soft through a replacer", "p|soft_depends = {'x'} / w|replace = {'x'} / x", "p:w=0,x=0");
+        row("injection", "p|required_by = {'r'} / r", "r:p=0");
+        row("injection through a replaced name", "p|required_by = {'x'} / r|replace = {'x'}", "r:p=0");
+        row("no injection into a dependent", "p|required_by = {'r'} / r|depends = {'p'}", "");
+        row("no injection into a dependency", "p|required_by = {'r'}; depends = {'r'} / r", "p:r=1");
+    }
+
+    void resolve()
+    {
+        QFETCH(QString, descriptors);
+        QFETCH(bool, missing);
+        Host host;
+        host.add(descriptors.split(QStringLiteral(" / ")));
+        QList<UpdaterPluginInfo*> all = host.start()->plugins(); // by file name
+        for (UpdaterPluginInfo* info : std::as_const(all))
+            d(info)->dependencies.clear(); // only p's own resolution counts
+        m_log.take();
+        QCOMPARE(d(host.record(QStringLiteral("p")))->resolveDependencies(all), !missing);
+        QStringList resolved;
+        for (UpdaterPluginInfo* info : std::as_const(all)) {
+            QStringList entries;
+            for (const auto& [name, hard] : info->resolvedDependencies())
+                entries.append(name + QLatin1Char('=') + QString::number(hard));
+            entries.sort();
+            if (!entries.isEmpty())
+                resolved.append(info->name() + QLatin1Char(':') + entries.join(QLatin1Char(',')));
+        }
+        QTEST(resolved.join(QLatin1Char(' ')), "resolved");
+        const QStringList warnings =
+            m_log.lines(QStringLiteral("libupdater/UpdaterPluginInfo")).filter(QRegularExpression("^[4-9] "));
+        QCOMPARE(warnings, missing ? QStringList{"4 Plugin m not found"} : QStringList());
+    }
+
+    void sort_data()
+    {
+        QTest::addColumn<QString>("descriptors");
+        QTest::addColumn<QStringList>("start");
+        QTest::addColumn<QStringList>("order");
+        QTest::addColumn<QStringList>("disabled");
+        QTest::addColumn<QStringList>("enabled");
+        QTest::addColumn<bool>("hasGui");
+        QTest::addColumn<QStringList>("log");
+
+        const auto row = [](const char* tag, const char* descriptors, const char* start, const char* order,
+                            const char* disabled = "", const char* enabled = "", bool gui = false,
+                            const QStringList& log = {}) {
+            QTest::newRow(tag) << descriptors << split(start) << split(order) << split(disabled) << split(enabled)
+                               << gui << log;
+        };
+        row("shared dependency placed once", "a|depends = {'c'} / b|depends = {'c'} / c", "a b", "c a b");
+        row("disabled hard dependency placed", "a|depends = {'b'} / b", "a", "b a", "b");
+        row("disabled soft dependency left out", "a|soft_depends = {'b'} / b", "a", "a", "b");
+        row("soft, not autoload", "a|soft_depends = {'b'} / b|autoload = false", "a", "a");
+        row("soft, not autoload, enabled", "a|soft_depends = {'b'} / b|autoload = false", "a", "b a", "", "b");
+        row("hard GUI dependency without GUI", "a|depends = {'g'} / g|needGUI = true", "a", "a");
+        row("soft GUI dependency with GUI", "a|soft_depends = {'g'} / g|needGUI = true", "a", "g a", "", "", true);
+        row("replacer of a hard dependency", "a|depends = {'x'} / y|replace = {'x'}", "a", "y a");
+        row("disabled replacer of a hard dependency", "a|depends = {'x'} / y|replace = {'x'}", "a", "a", "y");
+        row("injected", "a / b|required_by = {'a'}", "a", "b a");
+        // A cycle is placed all the same, the plugin first reached last, and reported once however entered.
+        row("cycle", "a|depends = {'b'} / b|depends = {'a'}", "a", "b a", "", "", false,
+            {"4 Dependency cycle: a -> b -> a"});
+        row("longer cycle", "a|depends = {'b'} / b|depends = {'c'} / c|depends = {'a'}", "b", "a c b", "", "", false,
+            {"4 Dependency cycle: b -> c -> a -> b"});
+    }
+
+    void sort()
+    {
+        QFETCH(QString, descriptors);
+        QFETCH(QStringList, start);
+        QFETCH(QStringList, disabled);
+        QFETCH(QStringList, enabled);
+        QFETCH(bool, hasGui);
+        Host host;
+        host.add(descriptors.split(QStringLiteral(" / ")));
+        UpdaterPluginsManagerPrivate* manager = UpdaterPluginsManagerPrivate::get(host.start()); // resolves all
+        manager->hasGui = hasGui;
+        m_log.take();
+        QList<UpdaterPluginInfo*> visited, order, again;
+        for (const QString& name : std::as_const(start))
+            manager->sort_plugins(host.record(name), visited, order, disabled, enabled);
+        QStringList names;
+        for (UpdaterPluginInfo* info : std::as_const(order))
+            names.append(info->name());
+        QTEST(names, "order");
+        visited.clear(); // a later load, entering from elsewhere
+        manager->sort_plugins(order.first(), visited, again, disabled, enabled);
+        QTEST(log(), "log");
+    }
+
+    void load_data()
+    {
+        QTest::addColumn<QStringList>("plugins"); // "<name>|<descriptor lines>|<data fields>"
+        QTest::addColumn<bool>("gui");
+        QTest::addColumn<QStringList>("loaded");
+        QTest::addColumn<QStringList>("log");
+        QTest::addColumn<QString>("details"); // of the error dialog; null: none
+
+        const auto row = [](const char* tag, const QStringList& plugins, bool gui, const char* loaded,
+                            const QStringList& log, const QString& details = QString()) {
+            QTest::newRow(tag) << plugins << gui << split(loaded) << log << details;
+        };
+        row("no settings manager: everything loads", {"a|autoload = false", "g|needGUI = true", "u|unsafe = true"},
+            false, "g a u", {});
+        row("replaced plugin left out", {"a", "x", "y|replace = {'x'}"}, false, "a y", {"4 Plugin y replace x"});
+        row("replaced plugin needed by name", {"p|depends = {'x'}", "x", "y|replace = {'x'}"}, false, "x p y",
+            {"4 Plugin y replace x"});
+        row("failed dependency", {"a||init = false, error = 'no disk'", "b|depends = {'a'}"}, false, "",
+            {"5 Plugin initialization failed", "4 Plugin a not loaded",
+             "5 Plugin b can not be loaded because the dependence a is not loaded"});
+        // b is loaded before core brings the settings and stays although they disable it; d is disabled but a
+        // hard dependency of h.
+        const QStringList bootstrap{
+            "b", "core|depends = {'b'}|settings = { ['plugins.disable'] = {'b', 'd'}, ['plugins.enable'] = {'e'} }",
+            "d", "e|autoload = false", "f|autoload = false", "g|needGUI = true; depends = {'core'}",
+            "h|depends = {'d'}", "u|unsafe = true"};
+        const QString unsafe = QStringLiteral("4 unsafe plugin 'u' not loaded ( previous run crashed )");
+        row("bootstrap, console", bootstrap, false, "b core e d h", {unsafe});
+        row("bootstrap, GUI", bootstrap, true, "b core g e d h", {unsafe});
+        // A mandatory plugin that fails ends the application, telling the user why unless asked to keep quiet.
+        const QStringList failed{"4 Plugin m not loaded", "5 Required plugin error : plugin 'm' isn't loaded."};
+        const QStringList initFailed = QStringList{"5 Plugin initialization failed"} + failed;
+        row("mandatory init fails", {"a", "m|mandatory = true|init = false, error = 'disk full'", "z"}, true, "a",
+            initFailed, "disk full");
+        row("mandatory init fails silently", {"a", "m|mandatory = true|init = false, error = 'QUIT_SILENTLY'", "z"},
+            true, "a", initFailed);
+        row("mandatory library refused", {"a", "m|mandatory = true|plain = true", "z"}, true, "a", failed, "");
+    }
+
+    void load()
+    {
+        QFETCH(QStringList, plugins);
+        QFETCH(bool, gui);
+        QFETCH(QStringList, loaded);
+        QFETCH(QStringList, log);
+        QFETCH(QString, details);
+
+        Host host;
+        host.add(plugins);
+        if (plugins.join(' ').contains(QLatin1String("plain = true"))) // a library whose root object is no plugin
+            host.dir.copy(QStringLiteral(PLAIN_OBJECT_PLUGIN), QStringLiteral("m"));
+        host.start();
+        m_log.take();
+        QStringList shown; // title, text, details
+        whenModal<QMessageBox>(host.manager.get(), [&](QMessageBox* box) {
+            shown << box->windowTitle() << box->text() << box->informativeText();
+            if (box->buttons().size() == 1 && box->buttons().first()->text() == QLatin1String("Quit"))
+                box->buttons().first()->click();
+        });
+        bool result = false;
+        const int code = runEventLoop([&] {
+            if ((result = host.manager->loadPlugins(gui)))
+                QCoreApplication::exit(0);
+        });
+        const bool failed = !log.filter(QStringLiteral("Required plugin")).isEmpty();
+        QVERIFY(code == (failed ? 126 : 0) && result == !failed);
+        QCOMPARE(host.loaded(), loaded);
+        QCOMPARE(this->log(), log);
+        const QString text = QStringLiteral("The application has encountered a problem while loading 'plugin m'.\n"
+                                            "If the problem persists, please contact our customers service.");
+        QCOMPARE(shown, details.isNull() ? QStringList() : (QStringList{"Initialisation failed", text, details}));
+        QVERIFY(failed || _plugin_loading_error_string.isEmpty());
+        // A load restarted by a new settings manager ends as one: no second init(), one "all loaded" (event 7).
+        for (const QString& name : std::as_const(loaded)) {
+            QCOMPARE(host.journal->count(name + QStringLiteral(" init 1")), 1);
+            QCOMPARE(host.journal->count(name + QStringLiteral(" event 7")), failed ? 0 : 1);
+        }
+    }
+
+    void shutdown_data()
+    {
+        QTest::addColumn<QStringList>("plugins");
+        QTest::addColumn<QList<int>>("quits");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QStringList>("journal");
+
+        // "app" depends on "base": it goes first, and "base" is not even asked before "app" has finished.
+        QTest::newRow("dependents first, each awaited")
+            << QStringList{"app|depends = {'base'}|uninit_delay = 40", "base||uninit_delay = 1"} << QList<int>{0}
+            << 0
+            << QStringList{"app uninit", "app uninitialized", "app destroyed", "base uninit", "base uninitialized",
+                           "base destroyed"};
+        const QStringList a{"a uninit", "a destroyed"};
+        QTest::newRow("second code ignored") << QStringList{"a"} << QList<int>{3, 5} << 3 << a;
+        QTest::newRow("second call after 0 ignored") << QStringList{"a"} << QList<int>{0, 3} << 0 << a;
+        QTest::newRow("no plugin") << QStringList() << QList<int>{7} << 7 << QStringList();
+    }
+
+    void shutdown()
+    {
+        QFETCH(QStringList, plugins);
+        QFETCH(QList<int>, quits);
+
+        Host host;
+        QVERIFY(host.load(plugins));
+        const QStringList before = host.loaded();
+        QStringList during;
+        QTEST(runEventLoop([&] {
+                  for (int code : quits)
+                      host.manager->quit(code);
+                  during = host.loaded(); // it starts on the next turn of the event loop
+                  host.manager->api()->call("ping"); // closing down: nothing reaches the plugins
+                  host.manager->api()->postEvent(new UpdaterPluginEvent(UpdaterPluginEvent::CustomEvent));
+              }),
+              "code");
+        QVERIFY(during == before && host.manager->closingDown() && host.loaded().isEmpty());
+        QTEST(*host.journal, "journal");
+        // At shutdown only the plugin objects go; the libraries stay mapped.
+        for (const QString& name : before)
+            QVERIFY(libraryMapped(host.dir.library(name)));
+    }
+
+    void stalledShutdownTerminated()
+    {
+        Host host;
+        QVERIFY(host.load({"a", "stuck||uninit_delay = -1"}, true));
+        QVariantList seen;
+        whenModal<QProgressDialog>(host.manager.get(), [&](QProgressDialog* dialog) {
+            seen << dialog->windowTitle() << dialog->labelText() << dialog->minimum() << dialog->maximum()
+                 << dialog->value();
+            for (QPushButton* button : dialog->findChildren<QPushButton*>()) {
+                if (button->text() == QLatin1String("Terminate"))
+                    button->click();
+            }
+        });
+        QCOMPARE(runEventLoop([&] { host.manager->quit(5); }), 0);
+        QCOMPARE(seen, (QVariantList{QCoreApplication::applicationName() + QStringLiteral(" is shutting down..."),
+                                     "Unloading stuck", 0, 2, 0}));
+        m_log.take();
+        host.manager.reset();
+        QCOMPARE(log(), (QStringList{"4 Destroying stuck while it's still loaded",
+                                     "4 Destroying a while it's still loaded"}));
+        QCOMPARE(*host.journal, (QStringList{"stuck uninit", "stuck destroyed", "a destroyed"}));
+    }
+
+    void singleUnload()
+    {
+        Host host;
+        QVERIFY(host.load({"a", "b"}));
+        UpdaterPluginInfo* a = host.record(QStringLiteral("a"));
+        bool aMapped = true;
+        QStringList loadedAfterA;
+        connect(a, &UpdaterPluginInfo::unloaded, this, [&] {
+            aMapped = libraryMapped(host.dir.library(QStringLiteral("a")));
+            // Only runs if the end of "a"'s unload (a few turns of the loop away) did not end the loop.
+            QTimer::singleShot(50, host.manager.get(), [&] {
+                loadedAfterA = host.loaded();
+                host.manager->unloadPlugin(host.record(QStringLiteral("b")));
+            });
+        });
+        // Unloading a plugin while another is loaded leaves the loop running; unloading the last one ends it
+        // although nobody asked to quit.
+        QCOMPARE(runEventLoop([&] { host.manager->unloadPlugin(a); }), 0);
+        QCOMPARE(loadedAfterA, QStringList{QStringLiteral("b")});
+        QVERIFY(!host.manager->closingDown() && !aMapped && !libraryMapped(host.dir.library(QStringLiteral("b"))));
+        QCOMPARE(*host.journal, (QStringList{"a uninit", "a destroyed", "b uninit", "b destroyed"}));
+        // Mapped afresh, the library counts its plugin objects from 1 again.
+        QVERIFY(host.manager->loadPlugin(a) && host.journal->contains(QStringLiteral("a init 1")));
+    }
+
+    void registry()
+    {
+        // a registers "a1" in its init(): a hears of it from addObject() and again from the announcement of what
+        // exists after its init(); b and c (whose init() fails) when they start. A destroyed object is skipped.
+        Host host;
+        host.add({"a||objects = {'a1'}", "b", "c||init = false"});
+        UpdaterPluginApi* api = host.start()->api();
+        auto* gone = new QObject;
+        api->addObject(gone);
+        delete gone;
+        QVERIFY(host.manager->loadPlugins(false));
+        QCOMPARE(host.journal->filter(QStringLiteral("objectAdded")),
+                 (QStringList{"a objectAdded a1", "a objectAdded journal", "a objectAdded a1",
+                              "b objectAdded journal", "b objectAdded a1", "c objectAdded journal",
+                              "c objectAdded a1"}));
+
+        // Registered once however often added, but announced (to the loaded plugins, dependents first) each time;
+        // found by class past a destroyed object and objects of other classes; unregistered without a word.
+        host.journal->clear();
+        QSignalSpy added(api, &UpdaterPluginApi::objectAdded);
+        QTimer timer;
+        timer.setObjectName(QStringLiteral("t"));
+        api->addObject(&timer);
+        api->addObject(&timer);
+        QVERIFY(api->objects().count(&timer) == 1 && added.count() == 2 && api->getObject<QTimer>() == &timer);
+        QCOMPARE(*host.journal, (QStringList{"b objectAdded t", "a objectAdded t", "b objectAdded t",
+                                             "a objectAdded t"}));
+        host.journal->clear();
+        api->removeObject(&timer);
+        QVERIFY(!api->objects().contains(&timer) && !api->getObject<QTimer>());
+        QVERIFY(added.count() == 2 && host.journal->isEmpty());
+    }
+
+    void calls_data()
+    {
+        QTest::addColumn<QString>("call");        // "<plugin> <method> [<argument>]", "*" for call(); digits: an int
+        QTest::addColumn<QStringList>("journal"); // empty: the call fails
+
+        const auto row = [](const char* call, const QStringList& journal) { QTest::newRow(call) << call << journal; };
+        row("a ping", {"a ping"});
+        row("a ping 5", {"a ping 5"}); // the overload that fits
+        row("* echo x", {"a echo x", "b echo x"});
+        row("a run", {});    // only a prefix of runAll()
+        row("a echo 7", {}); // no overload fits
+        row("zz ping", {});
+        row("c ping", {}); // not loaded
+    }
+
+    void calls()
+    {
+        QFETCH(QString, call);
+        QFETCH(QStringList, journal);
+
+        Host host;
+        QVERIFY(host.load({"a", "b", "c||init = false"}));
+        const QString plugin = call.section(' ', 0, 0), text = call.section(' ', 2);
+        const QByteArray method = call.section(' ', 1, 1).toLatin1();
+        bool isNumber = false;
+        const int number = text.toInt(&isNumber);
+        QGenericArgument argument;
+        if (isNumber)
+            argument = Q_ARG(int, number);
+        else if (!text.isEmpty())
+            argument = Q_ARG(QString, text);
+        UpdaterPluginApi* api = host.manager->api();
+        QCOMPARE(plugin == QLatin1String("*") ? api->call(method.constData(), argument)
+                                              : api->callInPlugin(plugin, method.constData(), argument),
+                 !journal.isEmpty());
+        QCOMPARE(*host.journal, journal);
+    }
+
+    void options_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("application");
+        QTest::addColumn<int>("options");
+
+        using A = UpdaterPluginApi;
+        const auto row = [](const char* arguments, const char* application, int options) {
+            QTest::newRow(*arguments ? arguments : "none") << split(arguments) << QString(application) << options;
+        };
+        row("", "gui", 0);
+        row("-s --uninstall", "gui", A::NoInteraction | A::NoRestart);
+        row("--silent --no-footprint", "gui", A::NoInteraction | A::NoFootprint);
+        row("--no-interaction --no-restart", "console", A::NoInteraction | A::NoRestart | A::NoGui);
+    }
+
+    void options()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, application);
+
+        const testsupport::ChildResult child = testsupport::runScenario(application, arguments);
+        QVERIFY2(child.exitedWith(0), child.err.constData());
+        QTEST(child.out.trimmed().toInt(), "options");
+    }
+
+    void lastWindowClosed_data()
+    {
+        QTest::addColumn<bool>("accept");
+        QTest::newRow("nobody accepts: quit") << false;
+        QTest::newRow("the dependent accepts") << true;
+    }
+
+    void lastWindowClosed()
+    {
+        // Posted to every plugin, "top" first as it depends on "base", and to "base" whatever "top" did; unless
+        // one of them accepts, the application quits.
+        QFETCH(bool, accept);
+        Host host;
+        QVERIFY(host.load({QStringLiteral("top|depends = {'base'}|") + (accept ? "accept = {8}" : ""), "base"}, true));
+        QVERIFY(!QApplication::quitOnLastWindowClosed());
+        QWidget window;
+        const int code = runEventLoop([&] {
+            window.show();
+            QTimer::singleShot(0, &window, &QWidget::close);
+        }, accept ? 300 : 10000);
+        QVERIFY(code == (accept ? LoopTimedOut : 0) && host.manager->closingDown() == !accept);
+        QCOMPARE(host.journal->mid(0, 2), (QStringList{"top event 8", "base event 8"}));
+    }
 };
 
-void TestPluginsManager::initTestCase()
-{
-    QStandardPaths::setTestModeEnabled(true);
-    // A marker left behind makes this run one after a crash: unsafe plugins are skipped.
-    QFile marker(m_preferences.filePath(QStringLiteral(".crash_handler_marker")));
-    QVERIFY(marker.open(QIODevice::WriteOnly));
-    marker.close();
-    tv_set_user_preferences_path(m_preferences.path());
-    QVERIFY(tv_setup_crash_handler());
-    QVERIFY(tv_previous_run_crashed());
-}
-
-void TestPluginsManager::cleanup()
-{
-    // The API asks the objects registered with it (the journal) to delete themselves.
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
-void TestPluginsManager::discovery_data()
-{
-    QTest::addColumn<QStringList>("files"); // "<file name>|<content>"
-    QTest::addColumn<QStringList>("plugins");
-    QTest::addColumn<QStringList>("log");
-
-    QTest::newRow("empty") << QStringList() << QStringList() << QStringList{"4 NO PLUGIN"};
-    QTest::newRow("mixed") << QStringList{"b.updaterplugin|name = 'b'", "A.updaterplugin|name = 'a'",
-                                          "broken.updaterplugin|name = = 1", "nameless.updaterplugin|autoload = true",
-                                          "notes.txt|name = 'n'", "c.updaterplugin.bak|name = 'c'"}
-                           << QStringList{"a", "b"}
-                           << QStringList{"3 Reading A.updaterplugin", "3 Reading b.updaterplugin",
-                                          "3 Reading broken.updaterplugin", "3 Reading nameless.updaterplugin"};
-    QTest::newRow("nothing readable") << QStringList{"x.updaterplugin|depends = {}"} << QStringList()
-                                      << QStringList{"3 Reading x.updaterplugin", "4 NO PLUGIN"};
-}
-
-void TestPluginsManager::discovery()
-{
-    QFETCH(QStringList, files);
-    QFETCH(QStringList, plugins);
-
-    PluginDir dir;
-    for (const QString& file : std::as_const(files))
-        dir.write(file.section(QLatin1Char('|'), 0, 0), file.section(QLatin1Char('|'), 1));
-    m_log.take();
-    UpdaterPluginsManager manager;
-    manager.setPluginPath(dir.path());
-    QCOMPARE(manager.pluginPath(), dir.path());
-    QVERIFY(QCoreApplication::libraryPaths().contains(dir.path()));
-    QStringList names;
-    for (UpdaterPluginInfo* info : manager.plugins())
-        names.append(info->name());
-    QCOMPARE(names, plugins);
-    QTEST(managerLog(m_log), "log");
-}
-
-void TestPluginsManager::selection_data()
-{
-    QTest::addColumn<QStringList>("plugins"); // "<name>|<descriptor lines>|<data fields>"
-    QTest::addColumn<QStringList>("loaded");
-    QTest::addColumn<QStringList>("log");
-
-    QTest::newRow("without a settings manager everything loads")
-        << QStringList{"a|autoload = false", "g|needGUI = true", "u|unsafe = true"} << QStringList{"g", "a", "u"}
-        << QStringList{"3 Loading plugin g", "3 Loading plugin a", "3 Loading plugin u"};
-    QTest::newRow("replaced plugin left out") << QStringList{"a", "x", "y|replace = {'x'}"} << QStringList{"a", "y"}
-                                              << QStringList{"4 Plugin y replace x", "3 Loading plugin a",
-                                                             "3 Loading plugin y"};
-    QTest::newRow("replaced plugin needed by name")
-        << QStringList{"p|depends = {'x'}", "x", "y|replace = {'x'}"} << QStringList{"x", "p", "y"}
-        << QStringList{"4 Plugin y replace x", "3 Loading plugin x", "3 Loading plugin p", "3 Loading plugin y"};
-    QTest::newRow("required by") << QStringList{"a", "b|required_by = {'a'}"} << QStringList{"b", "a"}
-                                 << QStringList{"3 Loading plugin b", "3 Loading plugin a"};
-    QTest::newRow("failed dependency")
-        << QStringList{"a||init = false, error = 'no disk'", "b|depends = {'a'}"} << QStringList()
-        << QStringList{"3 Loading plugin a", "5 Plugin initialization failed", "4 Plugin a not loaded",
-                       "3 Loading plugin b", "5 Plugin b can not be loaded because the dependence a is not loaded"};
-}
-
-void TestPluginsManager::selection()
-{
-    QFETCH(QStringList, plugins);
-    QFETCH(QStringList, loaded);
-
-    Host host;
-    host.add(plugins);
-    host.start();
-    m_log.take();
-    QVERIFY(host.manager->loadPlugins(false));
-    QCOMPARE(host.loaded(), loaded);
-    QTEST(managerLog(m_log), "log");
-    QVERIFY(_plugin_loading_error_string.isEmpty());
-}
-
-void TestPluginsManager::bootstrap_data()
-{
-    QTest::addColumn<bool>("hasGui");
-    QTest::addColumn<QStringList>("loaded");
-    QTest::addColumn<QStringList>("log");
-
-    const QString unsafe = QStringLiteral("4 unsafe plugin 'u' not loaded ( previous run crashed )");
-    QTest::newRow("console") << false << QStringList{"b", "core", "e", "d", "h"}
-                             << QStringList{"3 Loading plugin b", "3 Loading plugin core", unsafe, "3 Loading plugin e",
-                                            "3 Loading plugin d", "3 Loading plugin h"};
-    QTest::newRow("GUI") << true << QStringList{"b", "core", "g", "e", "d", "h"}
-                         << QStringList{"3 Loading plugin b", "3 Loading plugin core", unsafe, "3 Loading plugin g",
-                                        "3 Loading plugin e", "3 Loading plugin d", "3 Loading plugin h"};
-}
-
-void TestPluginsManager::bootstrap()
-{
-    QFETCH(bool, hasGui);
-    QFETCH(QStringList, loaded);
-
-    // b is loaded before the settings exist and stays although they disable it; d is disabled
-    // but a hard dependency of h.
-    Host host;
-    host.add({"b", "core|depends = {'b'}|settings = { ['plugins.disable'] = {'b', 'd'}, ['plugins.enable'] = {'e'} }",
-              "d", "e|autoload = false", "f|autoload = false", "g|needGUI = true; depends = {'core'}",
-              "h|depends = {'d'}", "u|unsafe = true"});
-    host.start();
-    m_log.take();
-    QVERIFY(host.manager->loadPlugins(hasGui));
-    QCOMPARE(host.loaded(), loaded);
-    QTEST(managerLog(m_log), "log");
-    // The inner run finishes the load: one event for everybody, nobody initialised twice.
-    for (const QString& name : std::as_const(loaded)) {
-        QCOMPARE(host.journal->count(name + QStringLiteral(" event 7")), 1);
-        QCOMPARE(host.journal->filter(QRegularExpression(QStringLiteral("^%1 init ").arg(name))).size(), 1);
-    }
-}
-
-void TestPluginsManager::hardDependencyNotLoaded()
-{
-    Host host;
-    host.add({"d", "h|depends = {'d'}"});
-    host.start();
-    m_log.take();
-    QVERIFY(host.manager->loadPlugin(host.record(QStringLiteral("h"))));
-    QVERIFY(host.loaded().isEmpty());
-    QCOMPARE(managerLog(m_log), (QStringList{"3 Loading plugin h",
-                                             "5 Plugin h can not be loaded because the dependence d is not loaded"}));
-}
-
-void TestPluginsManager::mandatoryFailure_data()
-{
-    QTest::addColumn<QString>("data");
-    QTest::addColumn<bool>("plainLibrary");
-    QTest::addColumn<bool>("dialog");
-    QTest::addColumn<QString>("details");
-
-    QTest::newRow("init fails with a reason") << "init = false, error = 'disk full'" << false << true << "disk full";
-    QTest::newRow("init fails silently") << "init = false, error = 'QUIT_SILENTLY'" << false << false << QString();
-    QTest::newRow("library refused") << QString() << true << true << QString();
-}
-
-void TestPluginsManager::mandatoryFailure()
-{
-    QFETCH(QString, data);
-    QFETCH(bool, plainLibrary);
-    QFETCH(bool, dialog);
-    QFETCH(QString, details);
-
-    Host host;
-    host.add({"a", "m|mandatory = true|" + data, "z"});
-    if (plainLibrary)
-        host.dir.copy(QStringLiteral(PLAIN_OBJECT_PLUGIN), QStringLiteral("m"));
-    host.start();
-    m_log.take();
-
-    QStringList shown; // title, text, details
-    WidgetWatch<QMessageBox> watch([&](QMessageBox* box) {
-        shown << box->windowTitle() << box->text() << box->informativeText();
-        const QList<QAbstractButton*> buttons = box->buttons();
-        if (buttons.size() == 1 && buttons.first()->text() == QLatin1String("Quit"))
-            buttons.first()->click();
-    });
-    bool result = true;
-    QCOMPARE(runEventLoop([&] { result = host.manager->loadPlugins(true); }), 126);
-    QVERIFY(!result);
-    QCOMPARE(host.loaded(), QStringList{"a"});
-    QVERIFY(!host.journal->contains(QStringLiteral("a event 7")));
-
-    if (dialog) {
-        QCOMPARE(shown, (QStringList{"Initialisation failed",
-                                     "The application has encountered a problem while loading 'plugin m'.\n"
-                                     "If the problem persists, please contact our customers service.",
-                                     details}));
-    } else {
-        QVERIFY(shown.isEmpty());
-    }
-    QStringList log{"3 Loading plugin a", "3 Loading plugin m"};
-    if (!plainLibrary)
-        log << "5 Plugin initialization failed";
-    log << "4 Plugin m not loaded" << "5 Required plugin error : plugin 'm' isn't loaded.";
-    QCOMPARE(managerLog(m_log), log);
-}
-
-void TestPluginsManager::shutdownOrder()
-{
-    // "app" comes first by name but depends on "base": it has to go first, and "base" may not
-    // even be asked before "app" has finished, however long that takes.
-    Host host;
-    QVERIFY(host.load({"app|depends = {'base'}|uninit_delay = 40", "base||uninit_delay = 1"}));
-    QCOMPARE(host.manager->loadedPlugins(), (QList<UpdaterPlugin*>{host.record(QStringLiteral("app"))->plugin(),
-                                                                  host.record(QStringLiteral("base"))->plugin()}));
-    m_log.take();
-
-    bool stillLoaded = false;
-    QCOMPARE(runEventLoop([&] {
-                 host.manager->quit();
-                 stillLoaded = host.record(QStringLiteral("app"))->isLoaded();
-             }),
-             0);
-    QVERIFY(stillLoaded);
-    QVERIFY(host.manager->closingDown());
-    QCOMPARE(*host.journal, (QStringList{"app uninit", "app uninitialized", "app destroyed", "base uninit",
-                                         "base uninitialized", "base destroyed"}));
-    QCOMPARE(managerLog(m_log), (QStringList{"3 Uninitialize app", "3 Unload app", "3 Uninitialize base",
-                                             "3 Unload base"}));
-    // At shutdown only the plugin objects go; the libraries stay mapped.
-    QVERIFY(libraryMapped(host.dir.library(QStringLiteral("app"))));
-    QVERIFY(host.manager->loadedPlugins().isEmpty());
-}
-
-void TestPluginsManager::stalledShutdownTerminated()
-{
-    Host host;
-    QVERIFY(host.load({"a", "stuck||uninit_delay = -1"}, true));
-
-    QVariantList seen;
-    WidgetWatch<QProgressDialog> watch([&](QProgressDialog* dialog) {
-        seen << dialog->windowTitle() << dialog->labelText() << dialog->minimum() << dialog->maximum()
-             << dialog->value() << dialog->isModal();
-        for (QPushButton* button : dialog->findChildren<QPushButton*>()) {
-            if (button->text() == QLatin1String("Terminate"))
-                button->click();
-        }
-    });
-    QCOMPARE(runEventLoop([&] { host.manager->quit(5); }), 0);
-    QCOMPARE(seen, (QVariantList{QCoreApplication::applicationName() + QStringLiteral(" is shutting down..."),
-                                 "Unloading stuck", 0, 2, 0, true}));
-    QCOMPARE(*host.journal, QStringList{"stuck uninit"});
-
-    m_log.take();
-    host.manager.reset();
-    QCOMPARE(managerLog(m_log), (QStringList{"4 Destroying stuck while it's still loaded",
-                                             "4 Destroying a while it's still loaded"}));
-    QCOMPARE(*host.journal, (QStringList{"stuck uninit", "stuck destroyed", "a destroyed"}));
-}
-
-void TestPluginsManager::quitCodes_data()
-{
-    QTest::addColumn<bool>("withPlugin");
-    QTest::addColumn<QList<int>>("quits");
-    QTest::addColumn<int>("code");
-
-    QTest::newRow("second code ignored") << true << QList<int>{3, 5} << 3;
-    QTest::newRow("second call after 0 ignored") << true << QList<int>{0, 3} << 0;
-    QTest::newRow("no plugin") << false << QList<int>{7} << 7;
-}
-
-void TestPluginsManager::quitCodes()
-{
-    QFETCH(bool, withPlugin);
-    QFETCH(QList<int>, quits);
-
-    Host host;
-    QVERIFY(host.load(withPlugin ? QStringList{"a"} : QStringList()));
-    QTEST(runEventLoop([&] {
-              for (int code : quits)
-                  host.manager->quit(code);
-          }),
-          "code");
-    QVERIFY(host.loaded().isEmpty());
-}
-
-void TestPluginsManager::singleUnload()
-{
-    Host host;
-    QVERIFY(host.load({"a", "b"}));
-    UpdaterPluginInfo* a = host.record(QStringLiteral("a"));
-    UpdaterPluginInfo* b = host.record(QStringLiteral("b"));
-
-    bool aMapped = true;
-    connect(a, &UpdaterPluginInfo::unloaded, this, [&] {
-        aMapped = libraryMapped(host.dir.library(QStringLiteral("a")));
-        // Queued, as anything reacting to unloaded() would: the manager's own step for "a"
-        // must not find "b" already on its way out, or it would end the loop before "b" is gone.
-        QTimer::singleShot(0, host.manager.get(), [&] { host.manager->unloadPlugin(b); });
-    });
-    // Unloading the last plugin ends the loop although nobody asked to quit.
-    QCOMPARE(runEventLoop([&] { host.manager->unloadPlugin(a); }), 0);
-    QVERIFY(!host.manager->closingDown());
-    QVERIFY(!aMapped);
-    QVERIFY(!libraryMapped(host.dir.library(QStringLiteral("b"))));
-    QCOMPARE(*host.journal, (QStringList{"a uninit", "a destroyed", "b uninit", "b destroyed"}));
-
-    // Mapped afresh, the library counts its plugin objects from 1 again.
-    QVERIFY(host.manager->loadPlugin(a));
-    QVERIFY(host.journal->contains(QStringLiteral("a init 1")));
-}
-
-QTEST_MAIN(TestPluginsManager)
+TEST_MAIN_WITH_SCENARIOS(TestPluginsManager, QApplication, printOptions)
 #include "tst_pluginsmanager.moc"
