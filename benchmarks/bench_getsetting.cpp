@@ -21,6 +21,8 @@
 #include <QtCore/QFile>
 #include <QtCore/QTemporaryDir>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -162,15 +164,14 @@ BENCHMARK(BM_GetSettingTranslatedFallback)->Iterations(Batches)->UseManualTime()
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
+    int result = 0;
     {
         Stack settings;
         stack = &settings;
-        benchmark::RunSpecifiedBenchmarks();
+        result = runBenchmarks(argc, argv);
         stack = nullptr;
     }
     // The API hands what was registered with it to deleteLater().
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    benchmark::Shutdown();
-    return 0;
+    return result;
 }

@@ -17,6 +17,8 @@
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 using namespace tvl::updater;
@@ -124,10 +126,5 @@ BENCHMARK(BM_ManagerReload)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseR
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

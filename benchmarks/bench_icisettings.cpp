@@ -6,6 +6,8 @@
 #include <QtCore/QFile>
 #include <QtCore/QTemporaryDir>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 namespace {
@@ -73,8 +75,5 @@ BENCHMARK(BM_ReevaluateSameObject)->Unit(benchmark::kMicrosecond);
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

@@ -1,6 +1,8 @@
 #include <basix/AbstractLoggerOutput.h>
 #include <basix/Logger.h>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -11,19 +13,6 @@ using tvl::Logger;
 namespace {
 
 // Takes records as fast as the logger can hand them over.
-class DiscardingOutput : public tvl::AbstractLoggerOutput
-{
-public:
-    void writeLogHeader() override {}
-    void write(const QString&, const QString&, const QString&, const QString&, int, Logger::Level,
-               const QDateTime&, int) override
-    {
-        records.fetch_add(1, std::memory_order_relaxed);
-    }
-
-    std::atomic<qint64> records{0};
-};
-
 DiscardingOutput* g_output = nullptr;
 
 constexpr int Batch = 1000;
@@ -126,14 +115,10 @@ BENCHMARK(BM_DisabledTvlLog);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     DiscardingOutput output;
     g_output = &output;
     Logger::instance()->addOutput(&output);
-    benchmark::RunSpecifiedBenchmarks();
+    const int result = runBenchmarks(argc, argv);
     Logger::instance()->removeOutput(&output);
-    benchmark::Shutdown();
-    return 0;
+    return result;
 }

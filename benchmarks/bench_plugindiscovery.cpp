@@ -8,6 +8,8 @@
 #include <basix/AbstractLoggerOutput.h>
 #include <basix/Logger.h>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QtCore/QCoreApplication>
@@ -29,16 +31,6 @@ namespace {
 constexpr int PluginCount = 1000;
 
 /// Takes the records as the host's own outputs would, without the cost of formatting them.
-class DiscardingOutput : public tvl::AbstractLoggerOutput
-{
-public:
-    void writeLogHeader() override {}
-    void write(const QString&, const QString&, const QString&, const QString&, int, Logger::Level,
-               const QDateTime&, int) override
-    {
-    }
-};
-
 QByteArray nameOf(int index)
 {
     return QByteArray("plugin") + QByteArray::number(index).rightJustified(4, '0');
@@ -244,15 +236,11 @@ BENCHMARK(BM_SetPluginPathAndOrder)->UseRealTime()->Unit(benchmark::kMillisecond
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     // As the host runs: notices and above, handed to an output thread.
     DiscardingOutput output;
     Logger::instance()->setMinimumLevel(Logger::Notice);
     Logger::instance()->addOutput(&output);
-    benchmark::RunSpecifiedBenchmarks();
+    const int result = runBenchmarks(argc, argv);
     Logger::instance()->removeOutput(&output);
-    benchmark::Shutdown();
-    return 0;
+    return result;
 }

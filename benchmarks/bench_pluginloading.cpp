@@ -16,6 +16,8 @@
 #include <basix/AbstractLoggerOutput.h>
 #include <basix/Logger.h>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QtCore/QCoreApplication>
@@ -39,16 +41,6 @@ namespace {
 
 constexpr int PluginCount = 200;
 constexpr int ChildTimeoutMs = 60000;
-
-class DiscardingOutput : public tvl::AbstractLoggerOutput
-{
-public:
-    void writeLogHeader() override {}
-    void write(const QString&, const QString&, const QString&, const QString&, int, Logger::Level,
-               const QDateTime&, int) override
-    {
-    }
-};
 
 /// 200 copies of the trivial plugin, "lib<name>.so" each with its descriptor.
 class PluginDirectory
@@ -195,10 +187,5 @@ int main(int argc, char** argv)
         return runChild(argc, argv);
 
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

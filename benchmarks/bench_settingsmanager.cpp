@@ -6,6 +6,8 @@
 
 #include <QtCore/QCoreApplication>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 using namespace tvl::updater;
@@ -77,8 +79,5 @@ BENCHMARK(BM_CheckUrlIsTrusted);
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

@@ -2,6 +2,8 @@
 #include <libupdater/vlc/VlcPlayer.h>
 #include <libupdater/vlc/VlcVideoGraphicsItem.h>
 
+#include "BenchmarkSupport.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QtCore/QElapsedTimer>
@@ -212,10 +214,5 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runBenchmarks(argc, argv);
 }
