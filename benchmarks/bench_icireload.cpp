@@ -85,39 +85,40 @@ void measureReload(benchmark::State& state, const QString& path, Sender* sender,
     state.SetLabel(byRename ? "replaced by rename" : "written in place");
 }
 
-void BM_ProviderReload(benchmark::State& state)
+/// The launcher's configuration on disk, read by a script provider with the built-in functions.
+struct WatchedConfiguration
 {
     QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("launcher.cfg"));
-    writeFile(path, configuration(0), false);
-    tvl::ICISettings settings(path);
-    registerIciFunctions(&settings);
-    IciSettingsProvider provider(&settings, nullptr);
-    if (!provider.evaluate() || provider.keys().size() < 200) {
+    const bool written = writeFile(path, configuration(0), false);
+    tvl::ICISettings settings{path};
+    const bool registered = (registerIciFunctions(&settings), true);
+    IciSettingsProvider provider{&settings, nullptr};
+};
+
+void BM_ProviderReload(benchmark::State& state)
+{
+    WatchedConfiguration configuration;
+    if (!configuration.provider.evaluate() || configuration.provider.keys().size() < 200) {
         state.SkipWithError("the configuration does not evaluate");
         return;
     }
-    measureReload(state, path, &provider, &ISettingsProvider::settingChanged);
+    measureReload(state, configuration.path, &configuration.provider, &ISettingsProvider::settingChanged);
 }
 BENCHMARK(BM_ProviderReload)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ManagerReload(benchmark::State& state)
 {
-    QTemporaryDir directory;
-    const QString path = directory.filePath(QStringLiteral("launcher.cfg"));
-    writeFile(path, configuration(0), false);
-    tvl::ICISettings settings(path);
-    registerIciFunctions(&settings);
-    IciSettingsProvider provider(&settings, nullptr);
+    WatchedConfiguration configuration;
     MemorySettingsProvider runtime(nullptr);
     UpdaterSettingsManager manager;
     manager.addProvider(&runtime);
-    manager.addProvider(&provider);
-    if (!provider.evaluate()) {
+    manager.addProvider(&configuration.provider);
+    if (!configuration.provider.evaluate()) {
         state.SkipWithError("the configuration does not evaluate");
         return;
     }
-    measureReload(state, path, &manager, &ISettingsManager::settingChanged);
+    measureReload(state, configuration.path, &manager, &ISettingsManager::settingChanged);
 }
 BENCHMARK(BM_ManagerReload)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
