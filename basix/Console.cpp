@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include <QtCore/QByteArray>
+#include <QtCore/QByteArrayList>
 #include <QtCore/QMutex>
 
 #include <cstdio>

@@ -3,17 +3,19 @@
 #include "LuaValues_p.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QRegularExpression>
 
 #include <lauxlib.h>
 #include <lua.h>
 #include <lualib.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace tvl {
@@ -27,6 +29,9 @@ constexpr char BuiltinsKey[] = "tvl.builtins";
 // worst case as instructions before it runs, so that expensive matches meet the instruction
 // limit, and a call whose worst case alone exceeds this many steps is refused even without one.
 constexpr double MaximumPatternSteps = 1e8;
+
+// The string library's functions that match patterns, wrapped by Evaluation::guardedPattern.
+enum PatternFunction { Find, Match, GMatch, GSub };
 
 struct NativeFunction
 {
@@ -106,16 +111,24 @@ QByteArray fileMarker(int index)
     return '\x01' + QByteArray::number(index) + '\x02';
 }
 
-// The index of the marker that `text` starts with, or -1.
-int markerIndex(const char* text)
+// The index of the marker that `text` starts with, or -1; `length` is set to the marker's size.
+// A script can put anything into an error message, markers with absurd numbers included.
+int markerIndex(const char* text, qsizetype* length = nullptr)
 {
     if (!text || text[0] != '\x01' || text[1] < '0' || text[1] > '9')
         return -1;
     int index = 0;
     const char* p = text + 1;
-    for (; *p >= '0' && *p <= '9'; ++p)
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        if (index > (INT_MAX - 9) / 10)
+            return -1;
         index = index * 10 + (*p - '0');
-    return *p == '\x02' ? index : -1;
+    }
+    if (*p != '\x02')
+        return -1;
+    if (length)
+        *length = p + 1 - text;
+    return index;
 }
 
 int chunkIndex(const char* source)
@@ -130,20 +143,32 @@ bool hasLocation(const QByteArray& message)
 }
 
 // log10 of the worst number of steps Lua's matcher may take for a pattern over a subject of
-// `length` bytes: every '*', '+' or '-' can make it try each position again, every '?' doubles
-// the tries, and an unanchored search starts at every position.
-double patternCostLog10(const char* pattern, size_t patternLength, size_t length, bool scansAll)
+// `length` bytes: an unanchored search starts at every position, every '*', '+' or '-' can make
+// it try each position again, every '?' doubles the tries, and each try may compare every item
+// of the pattern. A plain search (and a pattern without special characters, which Lua searches
+// as plain text) compares up to every byte of the pattern at every position.
+double patternCostLog10(const char* pattern, size_t patternLength, size_t length, bool scansAll,
+                        bool plain)
 {
+    const double positions = std::log10(double(length) + 1);
+    if (plain)
+        return positions + std::log10(double(patternLength) + 1);
     size_t i = 0;
     bool anchored = false;
     if (!scansAll && patternLength > 0 && pattern[0] == '^') {
         anchored = true;
         i = 1;
     }
+    int items = 0;
     int repeats = 0;
     int optionals = 0;
     while (i < patternLength) {
         const char c = pattern[i];
+        if (c == '(' || c == ')') {
+            ++i;
+            continue;
+        }
+        ++items;
         if (c == '%' && i + 1 < patternLength) {
             const char kind = pattern[i + 1];
             if (kind == 'b') {
@@ -173,9 +198,6 @@ double patternCostLog10(const char* pattern, size_t patternLength, size_t length
                     ++i;
             }
             ++i;
-        } else if (c == '(' || c == ')') {
-            ++i;
-            continue;
         } else {
             ++i;
         }
@@ -190,8 +212,8 @@ double patternCostLog10(const char* pattern, size_t patternLength, size_t length
             }
         }
     }
-    const double positions = std::log10(double(length) + 1);
-    return positions * (repeats + (anchored ? 0 : 1)) + optionals * std::log10(2.0);
+    return positions * (repeats + (anchored ? 0 : 1)) + std::log10(double(items) + 1)
+        + optionals * std::log10(2.0);
 }
 
 QVariantMap mergeMaps(QVariantMap base, const QVariantMap& overlay)
@@ -244,8 +266,15 @@ void collectKeys(const QVariantMap& map, const QString& prefix, QStringList* key
 class ICISettingsPrivate
 {
 public:
-    QString file;
-    QString absoluteFile;
+    explicit ICISettingsPrivate(const QString& file)
+        : file(file)
+        , absoluteFile(QDir::cleanPath(QFileInfo(file).absoluteFilePath()))
+        , files{absoluteFile}
+    {
+    }
+
+    const QString file;
+    const QString absoluteFile;
     bool sourceInMemory = false;
     QMap<QString, QByteArray> texts;
     QString errorString;
@@ -256,6 +285,7 @@ public:
     QList<NativeFunction> functions;
     qint64 instructionLimit = ICISettings::DefaultInstructionLimit;
     qint64 memoryLimit = ICISettings::DefaultMemoryLimit;
+    qint64 timeLimit = ICISettings::DefaultTimeLimit;
 
     bool readMainFile();
     void setValues(const QVariantMap& newValues);
@@ -377,6 +407,7 @@ public:
     lua_State* L = nullptr;
     size_t memoryUsed = 0;
     qint64 instructions = 0;
+    QElapsedTimer clock;
     bool closing = false;
     // Set once a limit is exceeded: from then on every protected call rethrows, so that a
     // script cannot catch its way past a limit.
@@ -442,19 +473,19 @@ QByteArray Evaluation::location(int level) const
 
 QString Evaluation::expandMarkers(const QByteArray& message) const
 {
-    QString text = QString::fromUtf8(message);
-    static const QRegularExpression marker(QStringLiteral("\\x{1}(\\d+)\\x{2}"));
-    QString expanded;
+    QByteArray expanded;
     qsizetype last = 0;
-    for (auto it = marker.globalMatch(text); it.hasNext();) {
-        const QRegularExpressionMatch match = it.next();
-        const int index = match.captured(1).toInt();
-        expanded += QStringView(text).mid(last, match.capturedStart() - last);
-        expanded += index < chunkFiles.size() ? chunkFiles.at(index) : match.captured(0);
-        last = match.capturedEnd();
+    for (qsizetype at = message.indexOf('\x01'); at >= 0; at = message.indexOf('\x01', at + 1)) {
+        qsizetype length = 0;
+        const int index = markerIndex(message.constData() + at, &length);
+        if (index < 0 || index >= chunkFiles.size())
+            continue;
+        expanded.append(message.constData() + last, at - last);
+        expanded.append(chunkFiles.at(index).toUtf8());
+        last = at + length;
     }
-    expanded += QStringView(text).mid(last);
-    return expanded;
+    expanded.append(message.constData() + last, message.size() - last);
+    return QString::fromUtf8(expanded);
 }
 
 // Loads the chunk of `path` onto the stack. An error message carries the file's marker when it
@@ -562,6 +593,13 @@ void Evaluation::countHook(lua_State* L, lua_Debug* debug)
     if (!self->aborting && limit > 0 && self->instructions > limit) {
         self->abort(self->location(debug ? 0 : 1) + "instruction limit of "
                     + QByteArray::number(limit) + " exceeded");
+    }
+    // Some library functions cost time in proportion to the length of their strings (comparing
+    // long strings, for one) and are charged a single instruction: only the clock bounds them.
+    const qint64 timeLimit = self->d->timeLimit;
+    if (!self->aborting && timeLimit > 0 && self->clock.hasExpired(timeLimit)) {
+        self->abort(self->location(debug ? 0 : 1) + "time limit of " + QByteArray::number(timeLimit)
+                    + " ms exceeded");
     }
     if (self->aborting) {
         lua_pushlstring(L, self->abortMessage.constData(), size_t(self->abortMessage.size()));
@@ -676,15 +714,18 @@ int Evaluation::setMetatable(lua_State* L)
 
 int Evaluation::guardedPattern(lua_State* L)
 {
-    // Upvalues: the library function, and whether it scans the whole subject (gmatch, gsub).
-    const bool scansAll = lua_toboolean(L, lua_upvalueindex(2));
-    const bool plain = !scansAll && lua_toboolean(L, 4);
-    if (lua_type(L, 1) == LUA_TSTRING && lua_type(L, 2) == LUA_TSTRING && !plain) {
+    // Upvalues: the library function and its PatternFunction.
+    const auto function = PatternFunction(lua_tointeger(L, lua_upvalueindex(2)));
+    const bool scansAll = function == GMatch || function == GSub;
+    // Only find() has the plain flag; the others ignore a fourth argument.
+    const bool plain = function == Find && lua_toboolean(L, 4);
+    // lua_isstring() includes numbers, which the library takes as their text.
+    if (lua_isstring(L, 1) && lua_isstring(L, 2)) {
         size_t subjectLength = 0;
         size_t patternLength = 0;
         lua_tolstring(L, 1, &subjectLength);
         const char* pattern = lua_tolstring(L, 2, &patternLength);
-        const double cost = patternCostLog10(pattern, patternLength, subjectLength, scansAll);
+        const double cost = patternCostLog10(pattern, patternLength, subjectLength, scansAll, plain);
         if (cost > std::log10(MaximumPatternSteps)) {
             return luaL_error(L, "pattern too complex for a subject of %d bytes",
                               int(qMin<size_t>(subjectLength, INT_MAX)));
@@ -773,9 +814,11 @@ int Evaluation::setup(lua_State* L)
     lua_getfield(L, globals, LUA_STRLIBNAME);
     lua_pushnil(L);
     lua_setfield(L, -2, "dump");
-    for (const char* name : {"find", "match", "gmatch", "gsub"}) {
+    const std::pair<const char*, PatternFunction> patternFunctions[] = {
+        {"find", Find}, {"match", Match}, {"gmatch", GMatch}, {"gsub", GSub}};
+    for (const auto& [name, function] : patternFunctions) {
         lua_getfield(L, -1, name);
-        lua_pushboolean(L, name[1] == 'm' || name[1] == 's');
+        lua_pushinteger(L, function);
         lua_pushcclosure(L, guardedPattern, 2);
         lua_setfield(L, -2, name);
     }
@@ -835,11 +878,12 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
 {
     L = lua_newstate(allocate, this);
     if (!L) {
-        *error = QStringLiteral("%1: cannot create the script interpreter").arg(d->file);
+        *error = QStringLiteral("%1: cannot create the script interpreter").arg(d->absoluteFile);
         return false;
     }
     *static_cast<Evaluation**>(lua_getextraspace(L)) = this;
     lua_sethook(L, countHook, LUA_MASKCOUNT, HookInterval);
+    clock.start();
 
     lua_pushcfunction(L, messageHandler);
     const int handler = lua_gettop(L);
@@ -889,7 +933,7 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
                 QVariant value;
                 QString conversionError;
                 if (!lua::toVariant(L, -1, name, &value, &conversionError)) {
-                    *error = QStringLiteral("%1: %2").arg(d->file, conversionError);
+                    *error = QStringLiteral("%1: %2").arg(d->absoluteFile, conversionError);
                     return false;
                 }
                 if (value.isValid())
@@ -905,21 +949,15 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
 
 ICISettings::ICISettings(const QString& file, QObject* parent)
     : QObject(parent)
-    , d(new ICISettingsPrivate)
+    , d(new ICISettingsPrivate(file))
 {
-    d->file = file;
-    d->absoluteFile = QDir::cleanPath(QFileInfo(file).absoluteFilePath());
-    d->files = QStringList{d->absoluteFile};
     d->readMainFile();
 }
 
 ICISettings::ICISettings(const QString& file, const QByteArray& source, QObject* parent)
     : QObject(parent)
-    , d(new ICISettingsPrivate)
+    , d(new ICISettingsPrivate(file))
 {
-    d->file = file;
-    d->absoluteFile = QDir::cleanPath(QFileInfo(file).absoluteFilePath());
-    d->files = QStringList{d->absoluteFile};
     d->sourceInMemory = true;
     d->texts.insert(d->absoluteFile, source);
 }
@@ -955,7 +993,7 @@ bool ICISettings::evaluate(bool keepValues, bool strict)
         ok = evaluation.run(&values, &files, &error);
     }
     if (!ok) {
-        d->errorString = error.isEmpty() ? QStringLiteral("%1: evaluation failed").arg(d->file) : error;
+        d->errorString = error.isEmpty() ? QStringLiteral("%1: evaluation failed").arg(d->absoluteFile) : error;
         return false;
     }
     d->errorString.clear();
@@ -1080,6 +1118,16 @@ void ICISettings::setMemoryLimit(qint64 bytes)
 qint64 ICISettings::memoryLimit() const
 {
     return d->memoryLimit;
+}
+
+void ICISettings::setTimeLimit(qint64 milliseconds)
+{
+    d->timeLimit = qMax<qint64>(0, milliseconds);
+}
+
+qint64 ICISettings::timeLimit() const
+{
+    return d->timeLimit;
 }
 
 } // namespace tvl

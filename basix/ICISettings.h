@@ -35,7 +35,7 @@ namespace tvl {
  * Sandbox: the base, string, table, math and utf8 libraries, without dofile, loadfile,
  * require, collectgarbage, print and string.dump; load() accepts text chunks only and runs
  * them in the script's globals unless given another table. Every evaluation runs in a fresh
- * interpreter whose instructions and memory are limited; a script that exceeds a limit stops
+ * interpreter whose instructions, memory and time are limited; a script that exceeds a limit stops
  * with an error, which pcall cannot catch. Errors read "file:line: message" with the file's
  * absolute path. Files must be UTF-8 (a byte-order mark is skipped) and must not be empty or
  * blank: an editor that truncates a file before writing it must not wipe the settings.
@@ -116,9 +116,13 @@ public:
     /// Bytes of memory one evaluation may hold. 0 means no limit.
     void setMemoryLimit(qint64 bytes);
     qint64 memoryLimit() const;
+    /// Milliseconds one evaluation may take, checked with the instruction count. 0 means no limit.
+    void setTimeLimit(qint64 milliseconds);
+    qint64 timeLimit() const;
 
     static constexpr qint64 DefaultInstructionLimit = 50'000'000;
     static constexpr qint64 DefaultMemoryLimit = 128 * 1024 * 1024;
+    static constexpr qint64 DefaultTimeLimit = 5'000;
 
 private:
     Q_DISABLE_COPY(ICISettings)

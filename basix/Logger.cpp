@@ -20,6 +20,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -62,12 +63,13 @@
  *    after the current batch's earlier records, and an owned output is deleted by the output
  *    side. addOutput() needs no waiting anyway.
  *
- * Exit: instance() registers an atexit handler. It asks the thread to stop; the thread drains
- * the queue, switches the logger to synchronous mode under the queue lock (so nothing can slip
- * between the last batch and the switch) and ends; the handler joins it and removes and deletes
- * the owned outputs. Records logged later, from other exit handlers or threads still running,
- * are written by their callers to the outputs still registered. The Logger itself is never
- * deleted: code running after the handler can still use it.
+ * Exit: instance() registers an atexit handler. It asks the thread to stop; the thread takes
+ * what is queued, switches the logger to synchronous mode under both locks (so nothing can slip
+ * between the last batch and the switch, and callers' own writes come after that batch), writes
+ * the batch and ends; the handler joins it and removes and deletes the owned outputs. Records
+ * logged later, from other exit handlers or threads still running, are written by their
+ * callers to the outputs still registered. The Logger itself is never deleted: code running
+ * after the handler can still use it.
  *
  * Fork: the child has no output thread. The atfork handlers keep the queue consistent; the
  * child drops the parent's pending records (the parent writes them), keeps pending additions
@@ -395,9 +397,13 @@ void LoggerPrivate::flush()
     if (t_callingOutputs)
         return;
     std::unique_lock<std::mutex> lock(queueMutex);
-    // In the other modes every caller has written its own records before returning.
-    if (mode != Queued)
+    if (mode != Queued) {
+        // Every caller writes its own records here, but another thread may still be writing
+        // some that were logged before this call: wait for it.
+        lock.unlock();
+        drainHere();
         return;
+    }
     Entry entry;
     entry.kind = Entry::Flush;
     entry.ticket = ++lastTicket;
@@ -411,16 +417,10 @@ void LoggerPrivate::run()
     t_callingOutputs = true;
     ::pthread_setname_np(::pthread_self(), "tvl-logger");
     std::vector<Entry>& work = threadBatch;
-    for (;;) {
+    for (bool stopping = false; !stopping;) {
         {
             std::unique_lock<std::mutex> lock(queueMutex);
             queueCondition.wait(lock, [this] { return !queue.empty() || stopRequested; });
-            if (queue.empty()) {
-                // Switched under the same lock that callers queue under: nothing logged from
-                // now on can be left in a queue that nobody reads.
-                mode = Synchronous;
-                return;
-            }
             if (!hurry && !stopRequested && queue.size() < BatchSize) {
                 queueCondition.wait_for(lock, GatherTime, [this] {
                     return hurry || stopRequested || queue.size() >= BatchSize;
@@ -428,8 +428,19 @@ void LoggerPrivate::run()
             }
             hurry = false;
             work.swap(queue);
+            stopping = stopRequested;
         }
         std::lock_guard<std::mutex> outputLock(outputMutex);
+        if (stopping) {
+            // The last batch. From now on callers write their own records, which takes
+            // outputMutex: switching while holding it puts their records after this batch, and
+            // a thread that keeps logging cannot hold the exit up by never letting the queue
+            // run empty.
+            std::lock_guard<std::mutex> lock(queueMutex);
+            mode = Synchronous;
+            std::move(queue.begin(), queue.end(), std::back_inserter(work));
+            queue.clear();
+        }
         processBatch(work);
         // Keep the capacity for the next batch, unless one burst made it huge.
         const bool oversized = work.capacity() > 65536 && work.size() < 4096;
@@ -633,8 +644,9 @@ void LoggerPrivate::forkChild()
     d->forkedChild = true;
     d->abandonedThread = d->thread;
     d->thread = nullptr;
-    if (d->mode == Queued)
-        d->mode = Synchronous;
+    // Also when no thread was started yet: the child's exit handler does nothing, so a thread
+    // started here would take its last records with it.
+    d->mode = Synchronous;
     // The thread that held it does not exist here. Whatever an output was doing at the moment
     // of the fork is the child's to live with.
     new (&d->outputMutex) std::mutex;
@@ -847,19 +859,17 @@ void appendSequence(QString& out, const QSequentialIterable& items)
     out += QLatin1Char(')');
 }
 
-template <typename Map>
-void appendMap(QString& out, const Map& map)
+void appendMap(QString& out, const QAssociativeIterable& map)
 {
-    QStringList keys = map.keys();
-    // A hash has no order of its own; sorting keeps the text of equal maps equal.
-    std::sort(keys.begin(), keys.end());
     out += QLatin1Char('{');
-    for (qsizetype i = 0; i < keys.size(); ++i) {
-        if (i > 0)
+    bool first = true;
+    for (auto it = map.begin(); it != map.end(); ++it) {
+        if (!first)
             out += QLatin1String(", ");
-        out += keys.at(i);
+        first = false;
+        appendVariant(out, it.key());
         out += QLatin1String(": ");
-        appendVariant(out, map.value(keys.at(i)));
+        appendVariant(out, it.value());
     }
     out += QLatin1Char('}');
 }
@@ -884,10 +894,11 @@ void appendVariant(QString& out, const QVariant& value)
         appendSequence(out, value.value<QSequentialIterable>());
         return;
     case QMetaType::QVariantMap:
-        appendMap(out, value.toMap());
+        appendMap(out, value.value<QAssociativeIterable>());
         return;
     case QMetaType::QVariantHash:
-        appendMap(out, value.toHash());
+        // A hash has no order of its own; in key order, the text of equal hashes is equal.
+        appendMap(out, QVariant(value.toMap()).value<QAssociativeIterable>());
         return;
     default:
         break;
@@ -903,18 +914,7 @@ void appendVariant(QString& out, const QVariant& value)
         return;
     }
     if (value.canView<QAssociativeIterable>()) {
-        const QAssociativeIterable map = value.value<QAssociativeIterable>();
-        out += QLatin1Char('{');
-        bool first = true;
-        for (auto it = map.begin(); it != map.end(); ++it) {
-            if (!first)
-                out += QLatin1String(", ");
-            first = false;
-            appendVariant(out, it.key());
-            out += QLatin1String(": ");
-            appendVariant(out, it.value());
-        }
-        out += QLatin1Char('}');
+        appendMap(out, value.value<QAssociativeIterable>());
         return;
     }
     if (type.hasRegisteredDebugStreamOperator()) {

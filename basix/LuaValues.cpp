@@ -1,7 +1,8 @@
 #include "LuaValues_p.h"
 
-#include <QtCore/QSequentialIterable>
 #include <QtCore/QAssociativeIterable>
+#include <QtCore/QLocale>
+#include <QtCore/QSequentialIterable>
 
 #include <lauxlib.h>
 

@@ -206,13 +206,19 @@ private slots:
             {"t = {}\nt.self = t\n", "bad.lua: the value of 't.self' contains itself"},
             {"x = 1\nsetmetatable({}, { __gc = function() while true do end end })\n", "bad.lua:2: finalizers (__gc) are not available"},
             {"s = ('a'):rep(20000)\nx = s:find('.-.-.-.-b')\n", "bad.lua:2: pattern too complex for a subject of 20000 bytes"},
+            {"s = ('a'):rep(20000)\nx = s:match('.-.-.-.-b', 1, true)\n", "bad.lua:2: pattern too complex for a subject of 20000 bytes"},
+            {"s = ('a'):rep(20000)\nx = s:find(s .. 'b', 1, true)\n", "bad.lua:2: pattern too complex for a subject of 20000 bytes"},
+            {"\nx = string.find(123456789012345678, ('.-'):rep(20) .. 'x')\n", "bad.lua:2: pattern too complex for a subject of 18 bytes"},
             {"for i = 1, 1e9 do\n local x = ('a'):rep(2000):find('a-b')\nend\n", "bad.lua:2: " + instructions},
+            {"a, b = ('x'):rep(1 << 22), ('x'):rep(1 << 22)\nwhile true do local c = a < b end\n",
+             "bad.lua:2: time limit of 1000 ms exceeded"},
             {"local t = setmetatable({}, { __index = function(t, k) return t[k] end })\nx = t.a\n", "bad.lua:1: stack overflow"},
             {"\nos.execute('true')\n", "bad.lua:2: attempt to index a nil value (global 'os')"}};
         for (const auto& [script, expected] : rows) {
             ICISettings settings(write("bad.lua", script));
             settings.setInstructionLimit(2'000'000);
             settings.setMemoryLimit(16 * 1024 * 1024);
+            settings.setTimeLimit(1000);
             QVERIFY2(!settings.evaluate() && settings.hasError() && settings.keys().isEmpty(), script);
             const QString error = settings.errorString();
             const qsizetype location = expected.indexOf(": ") + 2;

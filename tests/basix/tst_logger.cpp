@@ -74,6 +74,17 @@ int childScenario(const QByteArray& scenario, int, char**)
         TVL_LOG(Logger::Info) << "early";
         return 0;
     }
+    if (scenario == "forkFirst") { // only the child has an output
+        Logger::instance();
+        if (::fork() == 0) {
+            Logger::instance()->addOutput(output, Logger::TakeOwnership);
+            TVL_LOG(Logger::Info) << "in child";
+            std::exit(0);
+        }
+        ::wait(nullptr);
+        delete output;
+        return 0;
+    }
     Logger::instance()->addOutput(output, Logger::TakeOwnership);
     for (int i = 0; i < (scenario == "return" ? 20000 : 100); ++i)
         TVL_LOG(Logger::Info) << i;
@@ -218,6 +229,7 @@ private slots:
         QTest::newRow("qFatal") << false << 100 << QStringList{"Fatal .* qt gives up"};
         QTest::newRow("late") << true << 0 << QStringList{"early", "late"};
         QTest::newRow("fork") << true << 100 << QStringList{"in child", "after fork"};
+        QTest::newRow("forkFirst") << true << 0 << QStringList{"in child"};
     }
 
     void childProcess()
