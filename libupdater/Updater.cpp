@@ -13,6 +13,7 @@
 #include <QtWidgets/QMessageBox>
 #include <QtWidgets/QStyle>
 
+#include <iterator>
 #include <optional>
 
 #include <sys/prctl.h>
@@ -46,45 +47,21 @@ QString crashMarkerPath()
     return s_userPreferencesPath + QStringLiteral("/.crash_handler_marker");
 }
 
-bool toStandardLocation(int location, QStandardPaths::StandardLocation* result)
-{
-    switch (location) {
-    case DesktopServices::DesktopLocation:
-        *result = QStandardPaths::DesktopLocation;
-        return true;
-    case DesktopServices::DocumentsLocation:
-        *result = QStandardPaths::DocumentsLocation;
-        return true;
-    case DesktopServices::FontsLocation:
-        *result = QStandardPaths::FontsLocation;
-        return true;
-    case DesktopServices::ApplicationsLocation:
-        *result = QStandardPaths::ApplicationsLocation;
-        return true;
-    case DesktopServices::MusicLocation:
-        *result = QStandardPaths::MusicLocation;
-        return true;
-    case DesktopServices::MoviesLocation:
-        *result = QStandardPaths::MoviesLocation;
-        return true;
-    case DesktopServices::PicturesLocation:
-        *result = QStandardPaths::PicturesLocation;
-        return true;
-    case DesktopServices::TempLocation:
-        *result = QStandardPaths::TempLocation;
-        return true;
-    case DesktopServices::HomeLocation:
-        *result = QStandardPaths::HomeLocation;
-        return true;
-    case DesktopServices::DataLocation:
-        *result = QStandardPaths::GenericDataLocation;
-        return true;
-    case DesktopServices::CacheLocation:
-        *result = QStandardPaths::GenericCacheLocation;
-        return true;
-    }
-    return false;
-}
+// Indexed by DesktopServices::StandardLocation, in its order.
+constexpr QStandardPaths::StandardLocation StandardLocations[] = {
+    QStandardPaths::DesktopLocation,
+    QStandardPaths::DocumentsLocation,
+    QStandardPaths::FontsLocation,
+    QStandardPaths::ApplicationsLocation,
+    QStandardPaths::MusicLocation,
+    QStandardPaths::MoviesLocation,
+    QStandardPaths::PicturesLocation,
+    QStandardPaths::TempLocation,
+    QStandardPaths::HomeLocation,
+    QStandardPaths::GenericDataLocation,  // DataLocation: the one shared by all applications
+    QStandardPaths::GenericCacheLocation, // CacheLocation: likewise
+};
+static_assert(std::size(StandardLocations) == DesktopServices::CacheLocation + 1);
 
 } // namespace
 
@@ -116,9 +93,8 @@ QString tv_default_path(int location)
     QCoreApplication::setApplicationName(QString());
 
     QString path;
-    QStandardPaths::StandardLocation standardLocation;
-    if (toStandardLocation(location, &standardLocation))
-        path = QStandardPaths::writableLocation(standardLocation);
+    if (location >= 0 && location < int(std::size(StandardLocations)))
+        path = QStandardPaths::writableLocation(StandardLocations[location]);
     while (path.endsWith(QLatin1Char('/')))
         path.chop(1);
 

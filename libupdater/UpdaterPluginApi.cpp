@@ -38,28 +38,34 @@ class UpdaterPluginApiPrivate
 public:
     /// What getObject<ISettingsManager>() finds, without walking the registry on every read.
     ISettingsManager* settingsManager(const UpdaterPluginApi* api);
-    void registryChanged() { settingsKnown = false; }
+    /**
+     * The loaded plugins, guarded: a plugin called in turn may run a nested event loop (a
+     * modal dialog) in which plugins whose turn is still to come are unloaded and deleted.
+     */
+    QList<QPointer<UpdaterPlugin>> loadedPlugins() const;
 
     QList<QPointer<QObject>> objects;
     UpdaterPluginsManager* manager = nullptr;
     QList<UpdaterPluginInfo*> backgroundUnloaded;
     UpdaterPluginApi::ApplicationOptions options;
 
-    // Valid until an object is added or removed. A remembered manager that is destroyed since
-    // may leave a later registered one to be found: that makes a new search too.
-    bool settingsKnown = false;
-    bool settingsFound = false;
+    // The first registered settings manager. Objects added later come after it, so only its
+    // removal or destruction can change what the registry answers; until one is registered,
+    // every read asks the registry.
     QPointer<ISettingsManager> settings;
 };
 
 ISettingsManager* UpdaterPluginApiPrivate::settingsManager(const UpdaterPluginApi* api)
 {
-    if (!settingsKnown || (settingsFound && !settings)) {
+    if (!settings)
         settings = api->getObject<ISettingsManager>();
-        settingsFound = !settings.isNull();
-        settingsKnown = true;
-    }
     return settings.data();
+}
+
+QList<QPointer<UpdaterPlugin>> UpdaterPluginApiPrivate::loadedPlugins() const
+{
+    const QList<UpdaterPlugin*> plugins = manager->loadedPlugins();
+    return QList<QPointer<UpdaterPlugin>>(plugins.cbegin(), plugins.cend());
 }
 
 UpdaterPluginApi::UpdaterPluginApi(UpdaterPluginsManager* manager)
@@ -99,19 +105,20 @@ UpdaterPluginApi::~UpdaterPluginApi()
 
 void UpdaterPluginApi::addObject(QObject* object)
 {
-    if (d->objects.lastIndexOf(object) < 0) {
+    if (d->objects.lastIndexOf(object) < 0)
         d->objects.append(object);
-        d->registryChanged();
+    for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
+        if (plugin)
+            plugin->objectAdded(object);
     }
-    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
-        plugin->objectAdded(object);
     Q_EMIT objectAdded(object);
 }
 
 void UpdaterPluginApi::removeObject(QObject* object)
 {
     d->objects.removeAll(object);
-    d->registryChanged();
+    if (d->settings == object)
+        d->settings.clear();
 }
 
 QList<QPointer<QObject>> UpdaterPluginApi::objects() const
@@ -134,15 +141,13 @@ bool UpdaterPluginApi::callInPlugin(const QString& pluginName, const char* metho
             continue;
         UpdaterPlugin* plugin = info->plugin();
         const QMetaObject* metaObject = plugin->metaObject();
-        for (int index = 0; index < metaObject->methodCount(); ++index) {
-            if (!metaObject->method(index).methodSignature().startsWith(prefix))
-                continue;
-            // Overloads are tried in index order until the arguments fit one.
-            if (QMetaObject::invokeMethod(plugin, method, Qt::AutoConnection, a1, a2, a3)) {
-                invoked = true;
-                break;
-            }
-        }
+        bool hasMethod = false;
+        for (int index = 0; index < metaObject->methodCount() && !hasMethod; ++index)
+            hasMethod = metaObject->method(index).methodSignature().startsWith(prefix);
+        // invokeMethod() itself picks the overload that the arguments fit; a plugin without
+        // any method of the name is not asked, so that it does not warn.
+        if (hasMethod && QMetaObject::invokeMethod(plugin, method, Qt::AutoConnection, a1, a2, a3))
+            invoked = true;
     }
     return invoked;
 }
@@ -257,8 +262,10 @@ bool UpdaterPluginApi::postEvent(UpdaterPluginEventPtr event)
 {
     if (closingDown())
         return false;
-    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
-        plugin->updaterEvent(event);
+    for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
+        if (plugin)
+            plugin->updaterEvent(event);
+    }
     return event ? event->accepted() : false;
 }
 
@@ -312,8 +319,10 @@ void UpdaterPluginApi::activateBackgroundMode(bool activate)
 void UpdaterPluginApi::restart_updater(const QStringList& arguments, bool keepCurrentArguments)
 {
     QStringList command = arguments;
-    for (UpdaterPlugin* plugin : d->manager->loadedPlugins())
-        command += plugin->prepareToRestart();
+    for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
+        if (plugin)
+            command += plugin->prepareToRestart();
+    }
     tv_restart_updater(command, keepCurrentArguments);
     exit(0);
 }

@@ -9,6 +9,8 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
+
 namespace tvl::updater {
 
 UpdaterPluginInfoPrivate::UpdaterPluginInfoPrivate(UpdaterPluginInfo* owner)
@@ -51,54 +53,41 @@ bool UpdaterPluginInfoPrivate::read(const QString& file)
 
 bool UpdaterPluginInfoPrivate::resolveDependencies(QList<UpdaterPluginInfo*>& all)
 {
-    for (const QString& dependency : std::as_const(depends)) {
-        TVL_LOG(Logger::Notice) << QStringLiteral("Plugin %1 depends on %2").arg(name, dependency);
-        bool found = false;
-        for (UpdaterPluginInfo* other : std::as_const(all)) {
-            const UpdaterPluginInfoPrivate* candidate = get(other);
-            if (candidate->name == dependency) {
-                dependencies.insert(other, true);
-                found = true;
-                break;
+    // Hard dependencies first, then soft ones. A plugin of the name ends the walk; every plugin
+    // replacing the name met before it is recorded too, as a soft entry.
+    for (const bool hard : {true, false}) {
+        for (const QString& dependency : std::as_const(hard ? depends : softDepends)) {
+            TVL_LOG(Logger::Notice)
+                << (hard ? QStringLiteral("Plugin %1 depends on %2")
+                         : QStringLiteral("Plugin %1 should be loaded before %2"))
+                       .arg(name, dependency);
+            bool found = false;
+            for (UpdaterPluginInfo* other : std::as_const(all)) {
+                const UpdaterPluginInfoPrivate* candidate = get(other);
+                if (candidate->name == dependency) {
+                    dependencies.insert(other, hard);
+                    found = true;
+                    break;
+                }
+                if (candidate->replace.contains(dependency)) {
+                    TVL_LOG(Logger::Info)
+                        << QStringLiteral("\t=> Plugin %1 depends on %2").arg(name, candidate->name);
+                    dependencies.insert(other, false);
+                    found = true;
+                }
             }
-            if (candidate->replace.contains(dependency)) {
-                TVL_LOG(Logger::Info)
-                    << QStringLiteral("\t=> Plugin %1 depends on %2").arg(name, candidate->name);
-                dependencies.insert(other, false);
-                found = true;
-            }
-        }
-        if (!found) {
-            TVL_LOG(Logger::Warning) << QStringLiteral("Plugin %1 not found").arg(dependency);
-            return false;
-        }
-    }
-
-    for (const QString& dependency : std::as_const(softDepends)) {
-        TVL_LOG(Logger::Notice)
-            << QStringLiteral("Plugin %1 should be loaded before %2").arg(name, dependency);
-        for (UpdaterPluginInfo* other : std::as_const(all)) {
-            const UpdaterPluginInfoPrivate* candidate = get(other);
-            if (candidate->name == dependency) {
-                dependencies.insert(other, false);
-                break;
-            }
-            if (candidate->replace.contains(dependency)) {
-                TVL_LOG(Logger::Info)
-                    << QStringLiteral("\t=> Plugin %1 depends on %2").arg(name, candidate->name);
-                dependencies.insert(other, false);
+            if (hard && !found) {
+                TVL_LOG(Logger::Warning) << QStringLiteral("Plugin %1 not found").arg(dependency);
+                return false;
             }
         }
     }
 
     for (UpdaterPluginInfo* other : std::as_const(all)) {
         UpdaterPluginInfoPrivate* target = get(other);
-        bool isTarget = requiredBy.contains(target->name);
-        for (const QString& replaced : std::as_const(target->replace)) {
-            if (isTarget)
-                break;
-            isTarget = requiredBy.contains(replaced);
-        }
+        const bool isTarget = requiredBy.contains(target->name)
+            || std::any_of(target->replace.cbegin(), target->replace.cend(),
+                           [this](const QString& replaced) { return requiredBy.contains(replaced); });
         if (!isTarget)
             continue;
         TVL_LOG(Logger::Info) << QStringLiteral("Injecting dependency '%1' in '%2'").arg(name, target->name);

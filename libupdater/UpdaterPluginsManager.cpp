@@ -51,12 +51,14 @@ UpdaterPluginsManagerPrivate::UpdaterPluginsManagerPrivate(UpdaterPluginsManager
 UpdaterPluginsManagerPrivate::~UpdaterPluginsManagerPrivate()
 {
     closingDown = true;
-    for (auto it = plugins.crbegin(); it != plugins.crend(); ++it) {
-        if ((*it)->plugin())
-            TVL_LOG(Logger::Warning) << "Destroying" << (*it)->name() << "while it's still loaded";
-        delete *it;
+    // Each record leaves the list before it goes: a plugin object deleted with its record may
+    // still reach the API, which walks the list.
+    while (!plugins.isEmpty()) {
+        UpdaterPluginInfo* info = plugins.takeLast();
+        if (info->plugin())
+            TVL_LOG(Logger::Warning) << "Destroying" << info->name() << "while it's still loaded";
+        delete info;
     }
-    plugins.clear();
     delete api;
     api = nullptr;
     delete progressDialog;
@@ -319,8 +321,9 @@ void UpdaterPluginsManagerPrivate::showUnloadingProgress()
         progressDialog = dialog;
     }
 
+    // Not open(): it would show the dialog at once, and only window-modal; left to itself the
+    // dialog appears after its minimum duration, application-modal.
     progressDialog->setRange(0, int(plugins.size()));
-    progressDialog->open();
     progressDialog->setValue(int(plugins.size() - unloadQueue.size() - 1));
     progressDialog->setLabelText(UpdaterPluginsManager::tr("Unloading %1")
                                      .arg(currentUnloading ? currentUnloading->name() : QStringLiteral("...")));

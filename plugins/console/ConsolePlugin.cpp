@@ -14,6 +14,8 @@
 #include <QtCore/QSocketNotifier>
 #include <QtCore/QTimer>
 
+#include <limits>
+
 #include <unistd.h>
 
 using tvl::Console;
@@ -50,7 +52,9 @@ bool ConsolePlugin::init()
     bool valid = false;
     const int seconds = tv_updater_args()->option(QStringLiteral("quit-after")).toInt(&valid);
     if (valid && seconds >= 0) {
-        QTimer::singleShot(seconds * 1000, this, [this, seconds] {
+        // A timer counts milliseconds in an int: a longer wait is cut to the longest it can do.
+        const int milliseconds = int(qMin<qint64>(qint64(seconds) * 1000, std::numeric_limits<int>::max()));
+        QTimer::singleShot(milliseconds, this, [this, seconds] {
             say(tr("quitting after %n second(s), as asked", nullptr, seconds));
             api()->exit(0);
         });
@@ -80,6 +84,8 @@ void ConsolePlugin::objectAdded(QObject* object)
 
 void ConsolePlugin::updaterEvent(UpdaterPluginEventPtr event)
 {
+    if (!event)
+        return; // posted as a null pointer
     switch (event->type()) {
     case UpdaterPluginEvent::AllPluginsLoadedEvent:
         printPlugins();
