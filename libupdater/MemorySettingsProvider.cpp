@@ -45,10 +45,6 @@ QVariant value(const QStringList& path, const QVariantMap& map, const QVariant& 
 bool set_value(const QString& key, const QVariant& value, QVariantMap& map)
 {
     QStringList path = key.split(Separator);
-    if (path.size() == 1) {
-        map.insert(key, value);
-        return true;
-    }
     return set_value(path, value, map);
 }
 

@@ -46,7 +46,7 @@ bool check_url_is_trusted(const QUrl& url)
 {
     const QString host = url.host();
     for (const QRegularExpression& pattern : trustedHostPatterns()) {
-        if (pattern.isValid() && pattern.match(host).hasMatch())
+        if (pattern.match(host).hasMatch())
             return true;
     }
     TVL_LOG(tvl::Logger::Error) << QStringLiteral("Unauthorized url ") + url.toString();
@@ -141,8 +141,13 @@ void UpdaterSettingsManager::addProvider(ISettingsProvider* provider)
 {
     if (!provider || m_providers.contains(provider))
         return;
+    // Unique: removeProvider() keeps this connection, and a provider added again must not
+    // report each change twice.
     connect(provider, &ISettingsProvider::settingChanged, this,
-            &UpdaterSettingsManager::onProviderChanged);
+            &UpdaterSettingsManager::onProviderChanged, Qt::UniqueConnection);
+    // A provider destroyed without being removed must not stay in the list as a dangling
+    // pointer. Only the address is compared: the object is half destroyed by then.
+    connect(provider, &QObject::destroyed, this, [this, provider] { m_providers.removeAll(provider); });
     m_providers.append(provider);
 }
 

@@ -23,9 +23,9 @@ LIBUPDATER_EXPORT bool check_url_is_trusted(const QUrl& url);
  * their types, whatever the order they were added in: the runtime provider first, then the
  * command line, the persistent file and last the configuration script.
  *
- * The manager borrows its providers: it never deletes one, and a provider must be removed
- * before it is destroyed. Of several providers of one type, only the first added is consulted
- * or written. Writes go to the runtime provider (and the persistent one on request); changes
+ * The manager borrows its providers: it never deletes one, and one that is destroyed drops out
+ * of the stack. Of several providers of one type, only the first added is consulted or
+ * written. Writes go to the runtime provider (and the persistent one on request); changes
  * that providers report by themselves are passed on as settingChanged() when the rest of the
  * stack does not already give the new value. Nothing is cached.
  */

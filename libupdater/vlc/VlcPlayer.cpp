@@ -168,7 +168,9 @@ void VlcPlayer::stop()
 {
     if (!m_player)
         return;
-    // Detached first, so that no frame reaches an item after this returns.
+    // A running video output keeps the callbacks it was opened with, so detaching only concerns
+    // the next one. No frame reaches an item after this returns because libvlc's stop closes
+    // the running output before it returns.
     m_instance->libvlc_video_set_callbacks(m_player, nullptr, nullptr, nullptr, nullptr);
     m_instance->libvlc_media_player_stop(m_player);
     m_instance->libvlc_media_release(m_media);

@@ -63,7 +63,7 @@ public:
     bool isMute() const override;
     /// -1 without a libvlc player.
     int volume() const override;
-    /// A VlcVideoGraphicsItem; destroy it only when the player does not play.
+    /// A VlcVideoGraphicsItem; destroy it only after stop().
     QGraphicsItem* createGraphicsItem(const QSize& size) override;
 
 public slots:

@@ -31,7 +31,8 @@ LIBUPDATER_EXPORT void display(void* opaque, void* picture);
  * the repaint by posting the item an event of type QEvent::User.
  *
  * Created by VlcPlayer::createGraphicsItem(). It does not detach itself from libvlc: destroy
- * it only while its player does not play (VlcPlayer::stop() detaches it).
+ * it only after VlcPlayer::stop() (which open() and the player's destructor call), since a
+ * paused medium goes on drawing into it when it plays again.
  */
 class LIBUPDATER_EXPORT VlcVideoGraphicsItem : public QObject, public QGraphicsItem
 {

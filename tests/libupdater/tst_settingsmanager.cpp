@@ -22,7 +22,7 @@ using Providers = std::initializer_list<ISettingsProvider*>;
 
 namespace {
 const char* const source = "libupdater/UpdaterSettingsManager";
-enum Sender { FromRuntime, FromScript, FromRemovedScript /* removed before it reports */ };
+enum Sender { FromRuntime, FromScript, FromRemovedScript /* removed before it reports */, FromReaddedScript };
 const QVariantList pair{"x", "y"};
 QVariantMap map(const QString& key, const QVariant& value) { return {{key, value}}; }
 } // namespace
@@ -172,6 +172,7 @@ private slots:
         // A provider that goes on reporting after its removal is still heard.
         QTest::newRow("removed, rest disagrees") << FromRemovedScript << five << one << one << two << true;
         QTest::newRow("removed, rest agrees") << FromRemovedScript << two << one << one << two << false;
+        QTest::newRow("removed and added again, reported once") << FromReaddedScript << five << one << one << two << true;
     }
 
     void changeReports()
@@ -190,8 +191,10 @@ private slots:
         UpdaterSettingsManager manager;
         for (ISettingsProvider* provider : Providers{&runtime, &script, &script, nullptr})
             manager.addProvider(provider); // once each
-        if (sender == FromRemovedScript)
+        if (sender == FromRemovedScript || sender == FromReaddedScript)
             manager.removeProvider(&script);
+        if (sender == FromReaddedScript)
+            manager.addProvider(&script);
         QCOMPARE(manager.getSetting("k", IciScope), sender == FromRemovedScript ? QVariant() : scriptValue);
         QSignalSpy changes(&manager, &ISettingsManager::settingChanged);
 
