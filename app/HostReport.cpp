@@ -56,7 +56,7 @@ HostReport::HostReport(const tvl::updater::UpdaterPluginsManager& manager)
 void HostReport::printDescriptors() const
 {
     const QList<UpdaterPluginInfo*> plugins = m_manager.plugins();
-    print(QStringLiteral("Plugins in %1: %2").arg(m_manager.pluginPath()).arg(plugins.size()));
+    print(QStringLiteral("Plugins in %1: %2").arg(m_manager.pluginPaths().join(QStringLiteral(", "))).arg(plugins.size()));
     print(QStringLiteral("  (dependencies: name = hard, name? = soft, injected or through a replacement)"));
     for (const UpdaterPluginInfo* info : plugins) {
         QString line = QStringLiteral("  %1  flags=%2  depends=%3")
@@ -65,6 +65,12 @@ void HostReport::printDescriptors() const
             line += QStringLiteral("  replaces=") + info->replacedPlugins().join(QLatin1Char(','));
         print(line);
     }
+    const auto rejected = m_manager.rejectedDescriptors();
+    if (!rejected.isEmpty()) {
+        print(QStringLiteral("Descriptors that give no plugin:"));
+        for (const auto& [file, reason] : rejected)
+            print(QStringLiteral("  %1: %2").arg(file, reason));
+    }
 }
 
 void HostReport::printLoadOrderAndStates() const
@@ -72,10 +78,15 @@ void HostReport::printLoadOrderAndStates() const
     print(QStringLiteral("Load order:"));
     int position = 0;
     for (const UpdaterPluginInfo* info : m_manager.plugins()) {
-        print(QStringLiteral("  %1. %2  %3  library %4  init %5")
-                  .arg(++position)
-                  .arg(info->name(), info->isLoaded() ? QStringLiteral("loaded") : QStringLiteral("not loaded"),
-                       milliseconds(info->libraryLoadTime()), milliseconds(info->initTime())));
+        const QString state = info->isLoaded() ? QStringLiteral("loaded")
+            : info->isQuarantined()            ? QStringLiteral("quarantined")
+                                               : QStringLiteral("not loaded");
+        QString line = QStringLiteral("  %1. %2  %3  library %4  init %5")
+                           .arg(++position)
+                           .arg(info->name(), state, milliseconds(info->libraryLoadTime()), milliseconds(info->initTime()));
+        if (!info->errorString().isEmpty())
+            line += QStringLiteral("\n       error: ") + info->errorString();
+        print(line);
     }
 }
 

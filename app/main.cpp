@@ -16,8 +16,10 @@
 #include <libupdater/UpdaterPluginsManager.h>
 
 #include <QtCore/QDir>
+#include <QtCore/QFileInfo>
 #include <QtCore/QStandardPaths>
 
+#include <exception>
 #include <memory>
 
 using namespace tvl;
@@ -28,16 +30,29 @@ namespace {
 constexpr int LogCollectorLines = 2000;
 
 const char usage[] =
-    "Usage: updater [options]\n"
+    "Usage: updater [options] [--key=value ...]\n"
     "\n"
-    "  --plugin-dir=DIR     read the plugins from DIR (default: the bundled plugins)\n"
+    "  --plugin-dir=DIR     read the plugins from DIR instead of the bundled ones\n"
+    "  --add-plugin-dir=DIR read the plugins of DIR too, after the bundled ones (several\n"
+    "                       directories: DIR1:DIR2); a name already taken is left out\n"
+    "  --config=FILE        the configuration script (default: updater.lua next to the\n"
+    "                       executable)\n"
     "  --no-gui             run without windows (also when there is no display)\n"
     "  --list-plugins       print every plugin, the load order and the result, then quit\n"
     "  --profile            print how long each plugin took to load\n"
     "  --log-level=N        log records of level N (0 most detailed .. 5 errors) and above;\n"
     "                       default 3\n"
     "  --quit-after=SECONDS quit by itself (the console plugin)\n"
-    "  -h, --help           this text\n";
+    "  -h, --help           this text\n"
+    "\n"
+    "Every setting can be given as --key=value, with its dotted key; it hides the user's\n"
+    "saved preferences and the configuration script. A list is given with commas:\n"
+    "  --plugins.disable=console,sysinfo   do not load these two plugins\n"
+    "  --plugins.enable=extra              load a plugin that is not loaded by default\n"
+    "  --i18n.lang=fr                      the language of the texts\n"
+    "\n"
+    "A second SIGINT or SIGTERM (Ctrl+C twice) stops the launcher at once, without shutting\n"
+    "its plugins down.\n";
 
 QStringList argumentsOf(int argc, char** argv)
 {
@@ -59,6 +74,29 @@ QString defaultPluginDirectory()
                                .filePath(QStringLiteral(UPDATER_RELATIVE_PLUGIN_DIR)));
 }
 
+/// An application object whose event dispatch lets nothing a plugin throws escape: a slot or
+/// event handler run by the event loop that throws is logged and the event counts as unhandled.
+template<typename Base>
+class GuardedApplication : public Base
+{
+public:
+    using Base::Base;
+
+    bool notify(QObject* receiver, QEvent* event) override
+    {
+        try {
+            return Base::notify(receiver, event);
+        } catch (const std::exception& exception) {
+            tv_log_plugin_exception(receiver, "an event handler", exception.what());
+        } catch (...) {
+            tv_log_plugin_exception(receiver, "an event handler", nullptr);
+        }
+        return false;
+    }
+};
+
+constexpr int RestartHandOverMs = 10000;
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -79,14 +117,22 @@ int main(int argc, char** argv)
     std::unique_ptr<QCoreApplication> application;
     if (hasGui) {
         // One launcher per user: a second start hands its command line to the first.
-        auto* single = new QtSingleApplication(QStringLiteral("tarvel-updater"), argc, argv);
+        auto* single = new GuardedApplication<QtSingleApplication>(QStringLiteral("tarvel-updater"), argc, argv);
         application.reset(single);
         if (single->isRunning() && !listPlugins) {
-            return single->sendMessage(QCoreApplication::arguments().join(QLatin1Char('\n'))) ? 0 : 1;
+            if (!arguments.hasSwitch(QStringLiteral("restart")))
+                return single->sendMessage(QCoreApplication::arguments().join(QLatin1Char('\n'))) ? 0 : 1;
+            // Restarted by the launcher that is ending now: it must not get our arguments.
+            if (!single->takeOver(RestartHandOverMs)) {
+                TVL_LOG(Logger::Warning) << QStringLiteral("The previous launcher did not let go of the single-instance "
+                                                           "lock within %1 s; starting as the only instance anyway")
+                                                .arg(RestartHandOverMs / 1000);
+            }
         }
     } else {
-        application = std::make_unique<QCoreApplication>(argc, argv);
+        application = std::make_unique<GuardedApplication<QCoreApplication>>(argc, argv);
     }
+    SignalWatcher signalWatcher;
 
     tv_set_application_path(QCoreApplication::applicationFilePath());
     const QString preferences = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
@@ -102,7 +148,10 @@ int main(int argc, char** argv)
                       Logger::TakeOwnership);
     Logger::routeQtMessages(true);
 
-    tv_setup_crash_handler();
+    // Listing the plugins beside a running launcher must not take that launcher's marker for a
+    // crash, nor remove it.
+    if (!listPlugins)
+        tv_setup_crash_handler();
 
     auto collector = std::make_unique<UpdaterLogCollector>(LogCollectorLines);
     collector->setObjectName(QStringLiteral("logCollector"));
@@ -111,7 +160,6 @@ int main(int argc, char** argv)
     int status = 0;
     {
         UpdaterPluginsManager manager;
-        SignalWatcher signalWatcher;
         QObject::connect(&signalWatcher, &SignalWatcher::stopRequested, &manager,
                          [&manager] { manager.quit(0); });
         if (auto* single = qobject_cast<QtSingleApplication*>(application.get())) {
@@ -123,6 +171,9 @@ int main(int argc, char** argv)
         manager.api()->addObject(collector.get());
 
         manager.setPluginPath(arguments.option(QStringLiteral("plugin-dir"), QChar(), defaultPluginDirectory()).toString());
+        const QString added = arguments.option(QStringLiteral("add-plugin-dir")).toString();
+        for (const QString& directory : added.split(QLatin1Char(':'), Qt::SkipEmptyParts))
+            manager.setPluginPath(QFileInfo(directory).absoluteFilePath());
         HostReport report(manager);
         if (listPlugins)
             report.printDescriptors();

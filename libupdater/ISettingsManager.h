@@ -43,4 +43,12 @@ public:
     Q_SIGNAL void settingChanged(const QString& key, const QVariant& value);
 };
 
+/**
+ * A list-valued setting as a string list. A list stays as it is; a string is split at its commas,
+ * each item without surrounding blanks, empty items dropped: that is how a list is given on the
+ * command line ("--plugins.disable=alpha,beta"), and how a one-element list comes back from the
+ * preferences file.
+ */
+LIBUPDATER_EXPORT QStringList setting_to_string_list(const QVariant& value);
+
 } // namespace tvl::updater

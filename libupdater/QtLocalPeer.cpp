@@ -14,6 +14,7 @@
 #include <QtCore/QStandardPaths>
 #include <QtCore/QSysInfo>
 #include <QtCore/QThread>
+#include <QtCore/QTimer>
 #include <QtCore/QtEndian>
 #include <QtNetwork/QLocalServer>
 #include <QtNetwork/QLocalSocket>
@@ -90,6 +91,7 @@ QtLocalPeer::~QtLocalPeer()
 
 void QtLocalPeer::claim()
 {
+    m_client = false;
     const bool leftOver = QFileInfo::exists(m_lock->fileName());
     // tryLock() removes a lock whose owner is no longer running (killed, crashed) and takes it;
     // of several processes starting together exactly one gets it.
@@ -113,6 +115,12 @@ void QtLocalPeer::claim()
                                      << m_lock->fileName();
 
     // Holding the lock, any socket file at our path belongs to a dead primary.
+    listen();
+}
+
+void QtLocalPeer::listen()
+{
+    delete m_server;
     QLocalServer::removeServer(m_socketPath);
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
@@ -130,6 +138,33 @@ bool QtLocalPeer::lockIsAbandonedUnwritten() const
     QString appName;
     return file.exists() && !m_lock->getLockInfo(&pid, &hostName, &appName)
            && qAbs(file.lastModified().msecsTo(QDateTime::currentDateTime())) > UnwrittenLockGraceMs;
+}
+
+bool QtLocalPeer::takeOver(int timeout)
+{
+    const QDeadlineTimer deadline(timeout);
+    while (m_client && !deadline.hasExpired()) {
+        QThread::msleep(qMin(ConnectRetryMs, remainingMs(deadline)));
+        claim();
+    }
+    if (!m_client)
+        return true;
+
+    // The old primary hangs on to the lock. Serving the socket now makes this process the one
+    // that new instances talk to; the lock follows as soon as the old process lets it go, and
+    // since the old one removes the socket file when it closes, the socket is made anew then.
+    m_client = false;
+    listen();
+    auto* retry = new QTimer(this);
+    connect(retry, &QTimer::timeout, this, [this, retry] {
+        if (!m_lock->tryLock(0))
+            return;
+        retry->deleteLater();
+        listen();
+        TVL_LOG(tvl::Logger::Notice) << "The previous instance let go of the instance lock at last";
+    });
+    retry->start(ConnectRetryMs * 10);
+    return false;
 }
 
 bool QtLocalPeer::isClient() const

@@ -45,12 +45,19 @@ public:
     /// (negative: no time limit).
     bool sendMessage(const QString& message, int timeout);
     QString applicationId() const;
+    /**
+     * For a client: waits up to `timeout` ms for the primary to end, then becomes the primary.
+     * True when the old primary let go in time; false when it still holds the lock, in which
+     * case this process serves the socket all the same and takes the lock once it is free.
+     */
+    bool takeOver(int timeout);
 
 Q_SIGNALS:
     void messageReceived(const QString& message);
 
 private:
     void claim();
+    void listen();
     void acceptConnections();
     void readFrames(QLocalSocket* socket, qint64& expected);
     bool primaryIsAlive() const;

@@ -33,6 +33,11 @@ bool QtSingleApplication::isRunning() const
     return d->peer->isClient();
 }
 
+bool QtSingleApplication::takeOver(int timeout)
+{
+    return d->peer->takeOver(timeout);
+}
+
 QString QtSingleApplication::id() const
 {
     return d->peer->applicationId();

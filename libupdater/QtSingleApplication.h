@@ -38,6 +38,13 @@ public:
     /// True when another instance with the same id was the primary when this one started.
     bool isRunning() const;
     QString id() const;
+    /**
+     * For an instance started while another was the primary (isRunning()): waits up to
+     * `timeout` milliseconds for that primary to end, then becomes the primary itself, so that
+     * a restarted application does not hand its arguments to the dying one. True when the old
+     * primary let go in time; false when it did not, and this instance is the primary anyway.
+     */
+    bool takeOver(int timeout);
 
     /**
      * Makes `aw` the window that activateWindow() brings up; with `activateOnMessage` every

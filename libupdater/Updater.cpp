@@ -1,7 +1,6 @@
 #include "Updater.h"
 
 #include <basix/Console.h>
-#include <basix/Filesystem.h>
 #include <basix/Logger.h>
 #include <basix/SimpleCommandLineParser.h>
 
@@ -33,19 +32,8 @@ QString s_userPreferencesPath;
 QString s_systemStyle;
 QTranslator* s_defaultTranslator = nullptr;
 
-enum CrashHandlerFlag {
-    PreviousRunCrashed = 0x1,
-    CrashHandlerSetUp = 0x2
-};
-int s_crashHandlerState = 0;
-
 // Absent until tv_restart_updater() records a command, and again once it has been launched.
 std::optional<QStringList> s_restartCommand;
-
-QString crashMarkerPath()
-{
-    return s_userPreferencesPath + QStringLiteral("/.crash_handler_marker");
-}
 
 // Indexed by DesktopServices::StandardLocation, in its order.
 constexpr QStandardPaths::StandardLocation StandardLocations[] = {
@@ -129,45 +117,6 @@ QTranslator* tv_default_translator(QTranslator* translator)
     return previous;
 }
 
-bool tv_setup_crash_handler()
-{
-    if (s_crashHandlerState & CrashHandlerSetUp)
-        return true;
-
-    if (s_userPreferencesPath.isEmpty()) {
-        TVL_LOG(Logger::Warning) << "tv_setup_crash_handler() : call tv_set_user_preferences_path() first";
-        return false;
-    }
-
-    const QString marker = crashMarkerPath();
-    if (QFileInfo::exists(marker)) {
-        TVL_LOG(Logger::Warning) << "Previous execution crashed";
-        s_crashHandlerState |= PreviousRunCrashed;
-    }
-
-    if (!Filesystem::touch(marker)) {
-        TVL_LOG(Logger::Warning) << "tv_setup_crash_handler() : initialization failed";
-        return false;
-    }
-    Filesystem::setHidden(marker, true);
-    qAddPostRoutine(tv_cleanup_crash_handler);
-
-    s_crashHandlerState |= CrashHandlerSetUp;
-    return true;
-}
-
-void tv_cleanup_crash_handler()
-{
-    TVL_LOG(Logger::Debug) << "tv_cleanup_crash_handler()";
-    if (!Filesystem::remove(crashMarkerPath(), Filesystem::NoRemoveOptions))
-        TVL_LOG(Logger::Warning) << "tv_cleanup_crash_handler() : failed";
-}
-
-bool tv_previous_run_crashed()
-{
-    return s_crashHandlerState & PreviousRunCrashed;
-}
-
 bool tv_restart_updater(const QStringList& arguments, bool keepCurrentArguments)
 {
     if (!s_restartCommand)
@@ -195,6 +144,10 @@ void do_restart_updater()
 
     QStringList command = *s_restartCommand;
     s_restartCommand.reset();
+    // Post routines run last-registered first, so the marker would still be there when the new
+    // process looks for it: it goes now, or the new process reports a crash.
+    if (tv_crash_marker_owned())
+        tv_cleanup_crash_handler();
     TVL_LOG(Logger::Debug) << command.join(QLatin1Char('|'));
     if (!command.isEmpty()) {
         const QString program = command.takeFirst();

@@ -6,6 +6,7 @@
 #include <QtCore/QStringList>
 
 QT_BEGIN_NAMESPACE
+class QObject;
 class QTranslator;
 QT_END_NAMESPACE
 
@@ -120,14 +121,45 @@ LIBUPDATER_EXPORT QTranslator* tv_default_translator(QTranslator* translator);
  * Lays the crash marker "/.crash_handler_marker" in the user preferences directory and
  * registers its removal for the destruction of the application object. A marker left over
  * from an earlier run means that run never got there: tv_previous_run_crashed() is then true.
- * Returns true when the marker is in place (also on any later call), false when the
- * preferences path is not set or the marker cannot be created.
+ *
+ * The process that lays the marker holds a lock on it until it ends. A marker whose lock a
+ * running process holds belongs to another launcher of the same user: it is no sign of a crash,
+ * this process then lays no marker of its own and never removes that one. A run that crashes or
+ * is killed releases the lock, so its marker reads as a crash at the next start.
+ *
+ * Returns true when the marker is in place (ours or that of another running launcher; also on
+ * any later call), false when the preferences path is not set or the marker cannot be created.
  */
 LIBUPDATER_EXPORT bool tv_setup_crash_handler();
-/// Removes the marker under the current user preferences path; runs as a Qt post routine.
+/**
+ * Removes the marker this process laid, once; runs as a Qt post routine and before a restart
+ * is launched. When the preferences path changed since the marker was laid, the marker under
+ * the new path is removed instead, unless another running launcher holds it.
+ */
 LIBUPDATER_EXPORT void tv_cleanup_crash_handler();
 /// True when tv_setup_crash_handler() found the marker of a run that did not exit in order.
 LIBUPDATER_EXPORT bool tv_previous_run_crashed();
+/// True while this process holds the crash marker it laid.
+LIBUPDATER_EXPORT bool tv_crash_marker_owned();
+
+/**
+ * Notes in the crash marker that the library of `plugin` (the file `library`) is being loaded
+ * or its init() runs, so that the next start can tell which plugin was running should this
+ * process die now; an empty name notes that no plugin is starting. Does nothing unless this
+ * process holds the marker.
+ */
+LIBUPDATER_EXPORT void tv_note_starting_plugin(const QString& plugin, const QString& library = QString());
+/// The plugin noted as starting when the previous run died; empty when none was, or when the
+/// previous run did not crash.
+LIBUPDATER_EXPORT QString tv_previous_run_crashed_plugin();
+/// How many runs in a row died while that plugin was starting (0 when there is no such plugin).
+LIBUPDATER_EXPORT int tv_previous_run_crash_count();
+/**
+ * Removes the crash marker this process holds with async-signal-safe calls only, for a process
+ * that is about to end without its orderly teardown at the user's request (a second
+ * termination signal). False when this process holds no marker.
+ */
+LIBUPDATER_EXPORT bool tv_remove_crash_marker_now();
 
 /**
  * Asks for the updater to be started again once the application object is destroyed. The new
@@ -150,5 +182,13 @@ LIBUPDATER_EXPORT void do_restart_updater();
  */
 LIBUPDATER_EXPORT void tv_display_critical_error(const QString& title, const QString& text,
                                                  const QString& details = QString());
+
+/**
+ * Logs at level 5 that code run for `object` let a C++ exception out of `operation`, naming the
+ * plugin that owns `object` (or its class when no plugin does); `what` is the exception's text,
+ * null when it is no std::exception. For hosts that catch what event handlers throw in
+ * QCoreApplication::notify().
+ */
+LIBUPDATER_EXPORT void tv_log_plugin_exception(const QObject* object, const char* operation, const char* what);
 
 } // namespace tvl::updater

@@ -1,5 +1,6 @@
 #include "UpdaterPlugin.h"
 
+#include "PluginCalls_p.h"
 #include "UpdaterPluginApi.h"
 
 namespace tvl::updater {
@@ -41,11 +42,11 @@ QStringList UpdaterPlugin::prepareToRestart()
 bool UpdaterPlugin::init(UpdaterPluginApi* api)
 {
     m_api = api;
-    const bool result = init();
+    const bool result = callGuarded(this, "init", false, [this] { return init(); });
     if (api) {
         for (const QPointer<QObject>& object : api->objects()) {
             if (object)
-                objectAdded(object);
+                runGuarded(this, "objectAdded", [this, &object] { objectAdded(object); });
         }
     }
     return result;

@@ -2,6 +2,7 @@
 
 #include "ISettingsManager.h"
 #include "ISystemSettingsProvider.h"
+#include "PluginCalls_p.h"
 #include "UiUtils.h"
 #include "Updater.h"
 #include "UpdaterPlugin.h"
@@ -109,7 +110,7 @@ void UpdaterPluginApi::addObject(QObject* object)
         d->objects.append(object);
     for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
         if (plugin)
-            plugin->objectAdded(object);
+            runGuarded(plugin, "objectAdded", [&plugin, object] { plugin->objectAdded(object); });
     }
     Q_EMIT objectAdded(object);
 }
@@ -146,8 +147,11 @@ bool UpdaterPluginApi::callInPlugin(const QString& pluginName, const char* metho
             hasMethod = metaObject->method(index).methodSignature().startsWith(prefix);
         // invokeMethod() itself picks the overload that the arguments fit; a plugin without
         // any method of the name is not asked, so that it does not warn.
-        if (hasMethod && QMetaObject::invokeMethod(plugin, method, Qt::AutoConnection, a1, a2, a3))
+        if (hasMethod
+            && callGuarded(plugin, method, false,
+                           [&] { return QMetaObject::invokeMethod(plugin, method, Qt::AutoConnection, a1, a2, a3); })) {
             invoked = true;
+        }
     }
     return invoked;
 }
@@ -264,7 +268,7 @@ bool UpdaterPluginApi::postEvent(UpdaterPluginEventPtr event)
         return false;
     for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
         if (plugin)
-            plugin->updaterEvent(event);
+            runGuarded(plugin, "updaterEvent", [&plugin, &event] { plugin->updaterEvent(event); });
     }
     return event ? event->accepted() : false;
 }
@@ -299,7 +303,8 @@ void UpdaterPluginApi::activateBackgroundMode(bool activate)
         for (UpdaterPluginInfo* info : d->manager->plugins()) {
             if (!info || !info->isLoaded() || !info->plugin())
                 continue;
-            if (info->plugin()->backgroundModeActivated(true) != 1)
+            UpdaterPlugin* plugin = info->plugin();
+            if (callGuarded(plugin, "backgroundModeActivated", 0, [plugin] { return plugin->backgroundModeActivated(true); }) != 1)
                 continue;
             TVL_LOG(Logger::Trace) << "bg mode unload" << info->name();
             if (d->manager->unloadPlugin(info))
@@ -321,7 +326,7 @@ void UpdaterPluginApi::restart_updater(const QStringList& arguments, bool keepCu
     QStringList command = arguments;
     for (const QPointer<UpdaterPlugin>& plugin : d->loadedPlugins()) {
         if (plugin)
-            command += plugin->prepareToRestart();
+            command += callGuarded(plugin, "prepareToRestart", QStringList(), [&plugin] { return plugin->prepareToRestart(); });
     }
     tv_restart_updater(command, keepCurrentArguments);
     exit(0);

@@ -122,13 +122,13 @@ public:
      */
     Q_INVOKABLE void setSetting(const QString& key, const QVariant& value,
                                 tvl::updater::SettingsAttributes attributes = AllScopes);
+    /// postEvent() of a shared pointer to `event`: the API takes ownership of it.
+    Q_INVOKABLE bool postEvent(tvl::updater::UpdaterPluginEvent* event);
     /**
      * Hands `event` to every loaded plugin's updaterEvent(), dependents first, and returns
      * whether any accepted it. Nothing is delivered (and false returned) while closing down.
      */
     Q_INVOKABLE bool postEvent(tvl::updater::UpdaterPluginEventPtr event);
-    /// The same; the API takes ownership of `event`.
-    Q_INVOKABLE bool postEvent(tvl::updater::UpdaterPluginEvent* event);
 
     /**
      * A configuration script over `file`, owned by the caller, with the variables "root" and

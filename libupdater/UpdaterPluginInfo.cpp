@@ -1,6 +1,7 @@
 #include "UpdaterPluginInfo.h"
 #include "UpdaterPluginInfo_p.h"
 
+#include "PluginCalls_p.h"
 #include "UpdaterPlugin.h"
 
 #include <basix/ICISettings.h>
@@ -9,17 +10,76 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFileInfo>
 
+#include <QtCore/QSet>
+#include <QtCore/QVector>
+
 #include <algorithm>
+#include <iterator>
+#include <limits>
+#include <numeric>
 
 namespace tvl::updater {
+
+namespace {
+
+const QLatin1String DescriptorKeys[] = {
+    QLatin1String("name"),      QLatin1String("autoload"), QLatin1String("soft_depends"),
+    QLatin1String("depends"),   QLatin1String("required_by"), QLatin1String("replace"),
+    QLatin1String("mandatory"), QLatin1String("data"),     QLatin1String("needGUI"),
+    QLatin1String("unsafe"),
+};
+
+// Every record alive, so that no two of them ever hold one plugin object.
+QSet<const UpdaterPluginInfoPrivate*> s_records;
+
+int editDistance(const QString& a, const QString& b)
+{
+    QVector<int> previous(b.size() + 1);
+    QVector<int> current(b.size() + 1);
+    std::iota(previous.begin(), previous.end(), 0);
+    for (qsizetype i = 1; i <= a.size(); ++i) {
+        current[0] = int(i);
+        for (qsizetype j = 1; j <= b.size(); ++j) {
+            const int substitution = previous[j - 1] + (a.at(i - 1).toLower() == b.at(j - 1).toLower() ? 0 : 1);
+            current[j] = std::min({previous[j] + 1, current[j - 1] + 1, substitution});
+        }
+        std::swap(previous, current);
+    }
+    return previous[b.size()];
+}
+
+/// The known key that `key` most likely misspells, or an empty string when none is close.
+QString nearestDescriptorKey(const QString& key)
+{
+    QString nearest;
+    int best = std::numeric_limits<int>::max();
+    for (const QLatin1String& known : DescriptorKeys) {
+        const int distance = editDistance(key, known);
+        if (distance < best) {
+            best = distance;
+            nearest = known;
+        }
+    }
+    // More than a third of the letters changed is another word, not a slip.
+    return best <= qMax<qsizetype>(1, qMax(key.size(), nearest.size()) / 3) ? nearest : QString();
+}
+
+} // namespace
 
 UpdaterPluginInfoPrivate::UpdaterPluginInfoPrivate(UpdaterPluginInfo* owner)
     : owner(owner)
 {
+    s_records.insert(this);
+}
+
+QString UpdaterPluginInfoPrivate::libraryFile() const
+{
+    return QStringLiteral("%1/lib%2.so").arg(path, name);
 }
 
 UpdaterPluginInfoPrivate::~UpdaterPluginInfoPrivate()
 {
+    s_records.remove(this);
     // The library stays mapped: a plugin object that still exists is deleted with this object
     // (its Qt parent), and code of the library may still be on the stack of the caller.
     if (plugin)
@@ -29,13 +89,17 @@ UpdaterPluginInfoPrivate::~UpdaterPluginInfoPrivate()
 
 bool UpdaterPluginInfoPrivate::read(const QString& file)
 {
+    descriptorFile = QFileInfo(file).absoluteFilePath();
     ICISettings settings(file);
     if (settings.hasError() || !settings.evaluate()) {
         TVL_LOG(Logger::Error) << settings.errorString();
+        readError = settings.errorString();
         return false;
     }
-    if (!settings.contains(QStringLiteral("name")))
+    if (!settings.contains(QStringLiteral("name"))) {
+        readError = UpdaterPluginInfo::tr("it sets no \"name\"");
         return false;
+    }
 
     name = settings.value(QStringLiteral("name"), QString()).toString();
     autoload = settings.value(QStringLiteral("autoload"), true).toBool();
@@ -48,7 +112,28 @@ bool UpdaterPluginInfoPrivate::read(const QString& file)
     data = settings.value(QStringLiteral("data"), QVariant());
     needGUI = settings.value(QStringLiteral("needGUI"), false).toBool();
     unsafe = settings.value(QStringLiteral("unsafe"), false).toBool();
+    reportUnknownKeys(settings.keys());
     return true;
+}
+
+void UpdaterPluginInfoPrivate::reportUnknownKeys(const QStringList& keys) const
+{
+    QSet<QString> reported;
+    for (const QString& key : keys) {
+        const QString top = key.section(QLatin1Char('.'), 0, 0);
+        if (std::find(std::begin(DescriptorKeys), std::end(DescriptorKeys), top) != std::end(DescriptorKeys)
+            || reported.contains(top)) {
+            continue;
+        }
+        reported.insert(top);
+        const QString nearest = nearestDescriptorKey(top);
+        if (nearest.isEmpty()) {
+            TVL_LOG(Logger::Warning) << QStringLiteral("Unknown key '%1' in %2").arg(top, descriptorFile);
+        } else {
+            TVL_LOG(Logger::Warning)
+                << QStringLiteral("Unknown key '%1' in %2: did you mean '%3'?").arg(top, descriptorFile, nearest);
+        }
+    }
 }
 
 bool UpdaterPluginInfoPrivate::resolveDependencies(QList<UpdaterPluginInfo*>& all)
@@ -104,21 +189,32 @@ bool UpdaterPluginInfoPrivate::loadPlugin()
     if (loaded)
         return true;
 
+    errorString.clear();
     QElapsedTimer timer;
     timer.start();
     // A loader kept from an unload without library unloading still holds the library: going
     // through it again keeps its loads and unloads balanced.
     if (!loader) {
-        loader = new QPluginLoader(QStringLiteral("%1/lib%2.so").arg(path, name));
-        // Qt's loaders keep plugins mapped for good by default; an unloaded plugin must go.
-        loader->setLoadHints(loader->loadHints() & ~QLibrary::PreventUnloadHint);
+        loader = new QPluginLoader(libraryFile());
+        // Qt's loaders keep plugins mapped for good by default; an unloaded plugin must go. And a
+        // library built against a newer launcher must be refused now, not die at its first call
+        // of a function it lacks.
+        loader->setLoadHints((loader->loadHints() & ~QLibrary::PreventUnloadHint) | QLibrary::ResolveAllSymbolsHint);
     }
-    if (!loader->load())
+    if (!loader->load()) {
         TVL_LOG(Logger::Error) << loader->errorString();
+        errorString = UpdaterPluginInfo::tr("Cannot load %1: %2").arg(libraryFile(), loader->errorString());
+    }
 
-    QObject* instance = loader->instance();
+    // The plugin's constructor runs here, and may throw.
+    QObject* instance = callGuarded(this, "its constructor", static_cast<QObject*>(nullptr),
+                                    [this] { return loader->instance(); });
     libraryLoadTime = timer.nsecsElapsed() / 1000;
-    if (auto* object = qobject_cast<UpdaterPlugin*>(instance)) {
+    auto* object = qobject_cast<UpdaterPlugin*>(instance);
+    const auto holder = std::find_if(s_records.cbegin(), s_records.cend(), [object](const UpdaterPluginInfoPrivate* record) {
+        return object && record->plugin == object;
+    });
+    if (object && holder == s_records.cend()) {
         object->m_extraData = data;
         object->setParent(this);
         plugin = object;
@@ -126,8 +222,21 @@ bool UpdaterPluginInfoPrivate::loadPlugin()
         return true;
     }
 
-    TVL_LOG(Logger::Error) << "Plugin instance is not an UpdaterPlugin";
-    delete instance;
+    if (object) {
+        // The dynamic loader maps one file once, and Qt makes one root object per mapping: this
+        // library is already loaded, under another name, through another path to the same file.
+        const QString other = (*holder)->name;
+        TVL_LOG(Logger::Error) << QStringLiteral("The library %1 of plugin %2 is already loaded as plugin %3")
+                                      .arg(libraryFile(), name, other);
+        errorString = UpdaterPluginInfo::tr("Its library %1 is already loaded as plugin %2.").arg(libraryFile(), other);
+    } else {
+        TVL_LOG(Logger::Error) << "Plugin instance is not an UpdaterPlugin";
+        if (errorString.isEmpty()) {
+            errorString = UpdaterPluginInfo::tr("%1 holds no plugin object (no class derived from UpdaterPlugin).")
+                              .arg(libraryFile());
+        }
+        delete instance;
+    }
     loader->unload();
     delete loader;
     loader = nullptr;
@@ -242,6 +351,26 @@ QList<QPair<QString, bool>> UpdaterPluginInfo::resolvedDependencies() const
     for (auto it = d->dependencies.cbegin(); it != d->dependencies.cend(); ++it)
         resolved.append(qMakePair(it.key()->name(), it.value()));
     return resolved;
+}
+
+QString UpdaterPluginInfo::descriptorFile() const
+{
+    return d->descriptorFile;
+}
+
+QString UpdaterPluginInfo::libraryFile() const
+{
+    return d->libraryFile();
+}
+
+QString UpdaterPluginInfo::errorString() const
+{
+    return d->errorString;
+}
+
+bool UpdaterPluginInfo::isQuarantined() const
+{
+    return d->quarantined;
 }
 
 qint64 UpdaterPluginInfo::libraryLoadTime() const

@@ -48,6 +48,19 @@ public:
     /// dependency matched by its own name.
     QList<QPair<QString, bool>> resolvedDependencies() const;
 
+    /// The descriptor file, absolute.
+    QString descriptorFile() const;
+    /// The plugin library, "lib<name>.so" in the descriptor's directory.
+    QString libraryFile() const;
+    /**
+     * Why the plugin is not loaded: its library could not be loaded (with the path tried), its
+     * init() failed (with the reason it gave), a hard dependency is missing, its library is
+     * already loaded under another name, or it is quarantined. Empty while nothing went wrong.
+     */
+    QString errorString() const;
+    /// True when the plugin was skipped because it crashed the launcher twice while starting.
+    bool isQuarantined() const;
+
     /// Microseconds the last load took to map the library and create the plugin object; -1
     /// before the first load.
     qint64 libraryLoadTime() const;

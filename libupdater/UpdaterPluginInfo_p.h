@@ -22,7 +22,7 @@ public:
     ~UpdaterPluginInfoPrivate() override;
 
     /// Fills the fields from the descriptor `file`; false when it cannot be evaluated or has
-    /// no "name".
+    /// no "name" (readError then says which).
     bool read(const QString& file);
     /**
      * Resolves this record's dependencies against every known record: hard ("depends"), soft
@@ -31,6 +31,8 @@ public:
      */
     bool resolveDependencies(QList<UpdaterPluginInfo*>& all);
     bool loadPlugin();
+    /// Logs, at level 4, every top-level key of a descriptor that no plugin record reads.
+    void reportUnknownKeys(const QStringList& keys) const;
     bool unloadPlugin(bool unloadLibrary);
 
     static UpdaterPluginInfoPrivate* get(const UpdaterPluginInfo* info) { return info->d_func(); }
@@ -60,6 +62,18 @@ public:
 
     qint64 libraryLoadTime = -1;
     qint64 initTime = -1;
+
+    /// The descriptor file, absolute.
+    QString descriptorFile;
+    /// Why read() failed.
+    QString readError;
+    /// Why the plugin is not loaded, when a load failed or was refused; empty otherwise.
+    QString errorString;
+    /// Skipped because it crashed the launcher while starting (the setting "plugins.quarantine").
+    bool quarantined = false;
+
+    /// The library file: "lib<name>.so" next to the descriptor.
+    QString libraryFile() const;
 };
 
 } // namespace tvl::updater

@@ -2,6 +2,7 @@
 #include "UpdaterPluginsManager_p.h"
 
 #include "ISettingsManager.h"
+#include "PluginCalls_p.h"
 #include "SettingsAttributes.h"
 #include "UiUtils.h"
 #include "Updater.h"
@@ -16,6 +17,7 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFileInfo>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QProgressDialog>
@@ -29,12 +31,40 @@ namespace {
 constexpr char QuitSilently[] = "QUIT_SILENTLY";
 constexpr int MandatoryFailureExitCode = 126;
 
+constexpr int QuarantineAfterCrashes = 2;
+
 UpdaterPluginInfoPrivate* detail(const UpdaterPluginInfo* info)
 {
     return UpdaterPluginInfoPrivate::get(info);
 }
 
 } // namespace
+
+/// Notes in the crash marker which plugin starts while it exists, and what started before it
+/// (a plugin's init() may load another) again when it goes.
+class StartingPluginNote
+{
+public:
+    StartingPluginNote(UpdaterPluginsManagerPrivate* manager, const UpdaterPluginInfo* info)
+        : m_manager(manager)
+        , m_previous(manager->startingPlugin)
+    {
+        m_manager->startingPlugin = info;
+        tv_note_starting_plugin(info->name(), info->libraryFile());
+    }
+    ~StartingPluginNote()
+    {
+        m_manager->startingPlugin = m_previous;
+        tv_note_starting_plugin(m_previous ? m_previous->name() : QString(),
+                                m_previous ? m_previous->libraryFile() : QString());
+    }
+    StartingPluginNote(const StartingPluginNote&) = delete;
+    StartingPluginNote& operator=(const StartingPluginNote&) = delete;
+
+private:
+    UpdaterPluginsManagerPrivate* m_manager;
+    const UpdaterPluginInfo* m_previous;
+};
 
 bool compare_by_gui(UpdaterPluginInfo* a, UpdaterPluginInfo* b)
 {
@@ -74,11 +104,32 @@ void UpdaterPluginsManagerPrivate::discover()
     const QFileInfoList entries = directory.entryInfoList();
     for (const QFileInfo& entry : entries) {
         TVL_LOG(Logger::Notice) << QStringLiteral("Reading %1").arg(entry.fileName());
+        const QString file = entry.absoluteFilePath();
+        if (std::any_of(plugins.cbegin(), plugins.cend(), [&file](auto* info) { return info->descriptorFile() == file; })
+            || std::any_of(rejectedDescriptors.cbegin(), rejectedDescriptors.cend(),
+                           [&file](const auto& rejected) { return rejected.first == file; })) {
+            continue; // the same directory read again
+        }
         auto* info = new UpdaterPluginInfo;
-        if (detail(info)->read(entry.absoluteFilePath()))
-            plugins.append(info);
-        else
+        if (!detail(info)->read(file)) {
+            TVL_LOG(Logger::Warning) << QStringLiteral("Descriptor %1 gives no plugin: %2").arg(file, detail(info)->readError);
+            rejectedDescriptors.append({file, detail(info)->readError});
             delete info;
+            continue;
+        }
+        // Two records of one name would share one plugin object, and the first unload would free
+        // it under the other: the name stays with the descriptor read first.
+        const auto holder = std::find_if(plugins.cbegin(), plugins.cend(),
+                                         [info](auto* other) { return other->name() == info->name(); });
+        if (holder != plugins.cend()) {
+            TVL_LOG(Logger::Warning) << QStringLiteral("Descriptor %1 ignored: plugin %2 is already described by %3")
+                                            .arg(file, info->name(), (*holder)->descriptorFile());
+            rejectedDescriptors.append({file, UpdaterPluginsManager::tr("the name %1 is already taken by %2")
+                                                  .arg(info->name(), (*holder)->descriptorFile())});
+            delete info;
+            continue;
+        }
+        plugins.append(info);
     }
 
     for (UpdaterPluginInfo* info : std::as_const(plugins))
@@ -86,6 +137,19 @@ void UpdaterPluginsManagerPrivate::discover()
 
     if (plugins.isEmpty())
         TVL_LOG(Logger::Warning) << "NO PLUGIN";
+}
+
+QList<QPair<UpdaterPluginInfo*, bool>> UpdaterPluginsManagerPrivate::dependenciesByName(const UpdaterPluginInfo* info)
+{
+    const QMap<UpdaterPluginInfo*, bool>& map = detail(info)->dependencies;
+    QList<QPair<UpdaterPluginInfo*, bool>> dependencies;
+    dependencies.reserve(map.size());
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        dependencies.append({it.key(), it.value()});
+    // The map is ordered by the records' addresses, which change from run to run.
+    std::stable_sort(dependencies.begin(), dependencies.end(),
+                     [](const auto& a, const auto& b) { return a.first->name() < b.first->name(); });
+    return dependencies;
 }
 
 void UpdaterPluginsManagerPrivate::sort_plugins(UpdaterPluginInfo* info,
@@ -116,14 +180,12 @@ void UpdaterPluginsManagerPrivate::sort_plugins(UpdaterPluginInfo* info,
     visited.append(info);
     sortPath.append(info);
 
-    const QMap<UpdaterPluginInfo*, bool> dependencies = detail(info)->dependencies;
-    for (auto it = dependencies.cbegin(); it != dependencies.cend(); ++it) {
-        UpdaterPluginInfo* dependency = it.key();
+    for (const auto& [dependency, hard] : dependenciesByName(info)) {
         if (dependency->needGUI() && !hasGui)
             continue;
         const bool excluded = disabled.contains(dependency->name())
             || (!dependency->autoLoad() && !enabled.contains(dependency->name()));
-        if (!excluded || it.value())
+        if (!excluded || hard)
             sort_plugins(dependency, visited, order, disabled, enabled);
     }
 
@@ -135,11 +197,16 @@ bool UpdaterPluginsManagerPrivate::load(const QList<UpdaterPluginInfo*>& request
 {
     TVL_LOG(Logger::Trace) << "has GUI:" << hasGui;
     const bool hadSettings = api->getObject<ISettingsManager>() != nullptr;
+    if (hadSettings)
+        quarantinePreviousCrash();
 
     QStringList disabled =
-        api->getSetting(QStringLiteral("plugins.disable"), QVariant(), AllScopes).toStringList();
+        setting_to_string_list(api->getSetting(QStringLiteral("plugins.disable"), QVariant(), AllScopes));
     const QStringList enabled =
-        api->getSetting(QStringLiteral("plugins.enable"), QVariant(), AllScopes).toStringList();
+        setting_to_string_list(api->getSetting(QStringLiteral("plugins.enable"), QVariant(), AllScopes));
+    const QStringList quarantine = hadSettings
+        ? setting_to_string_list(api->getSetting(QStringLiteral("plugins.quarantine"), QVariant(), AllScopes))
+        : QStringList();
 
     QList<UpdaterPluginInfo*> candidates;
     const QList<UpdaterPluginInfo*> all = plugins;
@@ -150,6 +217,17 @@ bool UpdaterPluginsManagerPrivate::load(const QList<UpdaterPluginInfo*>& request
             if (info->unsafe() && tv_previous_run_crashed()) {
                 TVL_LOG(Logger::Warning)
                     << QStringLiteral("unsafe plugin '%1' not loaded ( previous run crashed )").arg(info->name());
+                continue;
+            }
+            detail(info)->quarantined = !info->isMandatory() && isQuarantined(info, quarantine);
+            if (info->isQuarantined()) {
+                TVL_LOG(Logger::Warning)
+                    << QStringLiteral("Plugin %1 not loaded: it is in \"plugins.quarantine\" since it crashed the "
+                                      "launcher while starting")
+                           .arg(info->name());
+                detail(info)->errorString = UpdaterPluginsManager::tr(
+                    "Quarantined: it crashed the launcher while starting, twice in a row. It is tried again once its "
+                    "library changes, or when it is removed from the setting \"plugins.quarantine\".");
                 continue;
             }
             if (!info->autoLoad() && !enabled.contains(info->name()))
@@ -165,7 +243,10 @@ bool UpdaterPluginsManagerPrivate::load(const QList<UpdaterPluginInfo*>& request
         }
     }
 
-    std::sort(candidates.begin(), candidates.end(), compare_by_gui);
+    // By name first, so that plugins of equal GUI need keep one order from run to run.
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](UpdaterPluginInfo* a, UpdaterPluginInfo* b) { return a->name() < b->name(); });
+    std::stable_sort(candidates.begin(), candidates.end(), compare_by_gui);
 
     QList<UpdaterPluginInfo*> visited;
     QList<UpdaterPluginInfo*> order;
@@ -179,37 +260,48 @@ bool UpdaterPluginsManagerPrivate::load(const QList<UpdaterPluginInfo*>& request
             continue;
         TVL_LOG(Logger::Notice) << QStringLiteral("Loading plugin %1").arg(info->name());
 
-        bool dependencyMissing = false;
-        const QMap<UpdaterPluginInfo*, bool> dependencies = detail(info)->dependencies;
-        for (auto it = dependencies.cbegin(); it != dependencies.cend(); ++it) {
-            if (it.value() && !it.key()->isLoaded()) {
+        QStringList missing;
+        for (const auto& [dependency, hard] : dependenciesByName(info)) {
+            if (hard && !dependency->isLoaded()) {
                 TVL_LOG(Logger::Error)
                     << QStringLiteral("Plugin %1 can not be loaded because the dependence %2 is not loaded")
-                           .arg(info->name(), it.key()->name());
-                dependencyMissing = true;
+                           .arg(info->name(), dependency->name());
+                missing.append(dependency->name());
             }
         }
-        if (dependencyMissing)
+        if (!missing.isEmpty()) {
+            detail(info)->errorString = UpdaterPluginsManager::tr("It needs %1, which is not loaded.")
+                                            .arg(missing.join(QStringLiteral(", ")));
             continue;
+        }
 
         _plugin_loading_error_string.clear();
-        bool loaded = detail(info)->loadPlugin();
+        bool loaded = false;
+        {
+            const StartingPluginNote note(this, info);
+            loaded = detail(info)->loadPlugin();
+            if (loaded) {
+                QElapsedTimer timer;
+                timer.start();
+                loaded = info->plugin()->init(api);
+                detail(info)->initTime = timer.nsecsElapsed() / 1000;
+            }
+        }
         if (loaded) {
-            QElapsedTimer timer;
-            timer.start();
-            loaded = info->plugin()->init(api);
-            detail(info)->initTime = timer.nsecsElapsed() / 1000;
-            if (!loaded) {
-                TVL_LOG(Logger::Error) << "Plugin initialization failed";
-                detail(info)->unloadPlugin(true);
-            } else if (!hadSettings && api->getObject<ISettingsManager>()) {
+            if (!hadSettings && api->getObject<ISettingsManager>()) {
                 // This plugin provided the settings: start again with the filters applied;
                 // what is loaded stays loaded.
                 return load(requested);
             }
-        }
-        if (loaded)
             continue;
+        }
+        if (info->plugin()) {
+            TVL_LOG(Logger::Error) << "Plugin initialization failed";
+            detail(info)->errorString = _plugin_loading_error_string.isEmpty()
+                ? UpdaterPluginsManager::tr("Its init() failed.")
+                : UpdaterPluginsManager::tr("Its init() failed: %1").arg(_plugin_loading_error_string);
+            detail(info)->unloadPlugin(true);
+        }
 
         TVL_LOG(Logger::Warning) << QStringLiteral("Plugin %1 not loaded").arg(info->name());
         if (fatalMandatoryFailures && info->isMandatory()) {
@@ -246,6 +338,49 @@ bool UpdaterPluginsManagerPrivate::load(const QList<UpdaterPluginInfo*>& request
     return true;
 }
 
+QString UpdaterPluginsManagerPrivate::quarantineEntry(const UpdaterPluginInfo* info)
+{
+    const QFileInfo library(info->libraryFile());
+    return QStringLiteral("%1:%2:%3").arg(info->name()).arg(library.size()).arg(library.lastModified().toSecsSinceEpoch());
+}
+
+bool UpdaterPluginsManagerPrivate::isQuarantined(const UpdaterPluginInfo* info, const QStringList& quarantine)
+{
+    // An entry holds the library's size and time: a library replaced since is tried again.
+    return quarantine.contains(quarantineEntry(info));
+}
+
+void UpdaterPluginsManagerPrivate::quarantinePreviousCrash()
+{
+    if (crashQuarantineDone)
+        return;
+    crashQuarantineDone = true;
+    if (tv_previous_run_crash_count() < QuarantineAfterCrashes)
+        return;
+    const QString name = tv_previous_run_crashed_plugin();
+    const auto it = std::find_if(plugins.cbegin(), plugins.cend(), [&name](auto* info) { return info->name() == name; });
+    if (it == plugins.cend())
+        return;
+    if ((*it)->isMandatory()) {
+        TVL_LOG(Logger::Warning) << QStringLiteral("Plugin %1 crashed the launcher %2 runs in a row while starting; "
+                                                   "it is mandatory, so it is loaded all the same")
+                                        .arg(name)
+                                        .arg(tv_previous_run_crash_count());
+        return;
+    }
+    QStringList quarantine =
+        setting_to_string_list(api->getSetting(QStringLiteral("plugins.quarantine"), QVariant(), AllScopes));
+    const QString entry = quarantineEntry(*it);
+    if (quarantine.contains(entry))
+        return;
+    quarantine.append(entry);
+    api->setSetting(QStringLiteral("plugins.quarantine"), quarantine, SettingsAttributes(AllScopes) | PersistSetting);
+    TVL_LOG(Logger::Warning) << QStringLiteral("Plugin %1 crashed the launcher %2 runs in a row while starting: "
+                                               "quarantined until its library changes (setting \"plugins.quarantine\")")
+                                    .arg(name)
+                                    .arg(tv_previous_run_crash_count());
+}
+
 bool UpdaterPluginsManagerPrivate::unloadPlugin(UpdaterPluginInfo* info)
 {
     if (!info)
@@ -266,12 +401,18 @@ void UpdaterPluginsManagerPrivate::unloadNextPlugin()
         if (!info || !info->isLoaded() || !info->plugin())
             continue;
         currentUnloading = info;
-        connect(info->plugin(), &UpdaterPlugin::uninitialized, this,
+        UpdaterPlugin* plugin = info->plugin();
+        connect(plugin, &UpdaterPlugin::uninitialized, this,
                 &UpdaterPluginsManagerPrivate::onPluginUninitialized,
                 Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection));
         TVL_LOG(Logger::Notice) << "Uninitialize" << info->name();
         showUnloadingProgress();
-        info->plugin()->uninit();
+        if (!runGuarded(plugin, "uninit", [plugin] { plugin->uninit(); })) {
+            // A plugin whose uninit() threw will not say it is done: it counts as done.
+            QMetaObject::invokeMethod(
+                this, [this, plugin = QPointer<UpdaterPlugin>(plugin)] { pluginUninitialized(plugin); },
+                Qt::QueuedConnection);
+        }
         return;
     }
 
@@ -284,7 +425,11 @@ void UpdaterPluginsManagerPrivate::unloadNextPlugin()
 
 void UpdaterPluginsManagerPrivate::onPluginUninitialized()
 {
-    auto* plugin = qobject_cast<UpdaterPlugin*>(sender());
+    pluginUninitialized(qobject_cast<UpdaterPlugin*>(sender()));
+}
+
+void UpdaterPluginsManagerPrivate::pluginUninitialized(UpdaterPlugin* plugin)
+{
     if (!plugin || !currentUnloading || currentUnloading->plugin() != plugin)
         return;
     connect(currentUnloading, &UpdaterPluginInfo::unloaded, this,
@@ -347,6 +492,8 @@ UpdaterPluginsManager::~UpdaterPluginsManager()
 void UpdaterPluginsManager::setPluginPath(const QString& path)
 {
     d->pluginPath = path;
+    if (!d->pluginPaths.contains(path))
+        d->pluginPaths.append(path);
     QCoreApplication::addLibraryPath(path);
     d->discover();
 }
@@ -354,6 +501,16 @@ void UpdaterPluginsManager::setPluginPath(const QString& path)
 QString UpdaterPluginsManager::pluginPath() const
 {
     return d->pluginPath;
+}
+
+QStringList UpdaterPluginsManager::pluginPaths() const
+{
+    return d->pluginPaths;
+}
+
+QList<QPair<QString, QString>> UpdaterPluginsManager::rejectedDescriptors() const
+{
+    return d->rejectedDescriptors;
 }
 
 QList<UpdaterPluginInfo*> UpdaterPluginsManager::plugins() const

@@ -32,9 +32,21 @@ public:
     explicit UpdaterPluginsManager(QObject* parent = nullptr);
     ~UpdaterPluginsManager() override;
 
-    /// Reads the descriptors of `path` (and adds it to the application's library paths).
+    /**
+     * Reads the descriptors of `path` (and adds it to the application's library paths). Called
+     * again with another directory, it adds that directory's plugins to those already read; a
+     * descriptor whose plugin name is already taken is left out.
+     */
     void setPluginPath(const QString& path);
+    /// The directory given last to setPluginPath().
     QString pluginPath() const;
+    /// Every directory given to setPluginPath(), in that order.
+    QStringList pluginPaths() const;
+    /**
+     * The descriptor files read that gave no record, each with the reason: it could not be
+     * evaluated, it sets no "name", or its name was already taken by another descriptor.
+     */
+    QList<QPair<QString, QString>> rejectedDescriptors() const;
 
     /// Every record read, in the order of the last load (dependencies first).
     QList<UpdaterPluginInfo*> plugins() const;

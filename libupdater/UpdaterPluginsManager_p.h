@@ -32,6 +32,14 @@ public:
                       const QStringList& enabled);
 
     void discover();
+    /// The resolved dependencies of `info` in the order of their names.
+    static QList<QPair<UpdaterPluginInfo*, bool>> dependenciesByName(const UpdaterPluginInfo* info);
+    /// "<name>:<size>:<mtime>" of the plugin's library, as the setting "plugins.quarantine" lists it.
+    static QString quarantineEntry(const UpdaterPluginInfo* info);
+    static bool isQuarantined(const UpdaterPluginInfo* info, const QStringList& quarantine);
+    /// Adds the plugin that crashed the last runs while starting to "plugins.quarantine", once.
+    void quarantinePreviousCrash();
+    void pluginUninitialized(UpdaterPlugin* plugin);
     bool load(const QList<UpdaterPluginInfo*>& requested);
     bool unloadPlugin(UpdaterPluginInfo* info);
 
@@ -46,6 +54,7 @@ public:
     QList<UpdaterPluginInfo*> plugins;
     QVector<UpdaterPluginInfo*> unloadQueue;
     QString pluginPath;
+    QStringList pluginPaths;
     UpdaterPluginApi* api = nullptr;
     bool hasGui = true;
     bool closingDown = false;
@@ -59,6 +68,11 @@ public:
     // cycles already reported, so that each is reported once however many loads meet it.
     QList<UpdaterPluginInfo*> sortPath;
     QSet<QStringList> reportedCycles;
+    /// Descriptor files that gave no record, with the reason.
+    QList<QPair<QString, QString>> rejectedDescriptors;
+    /// The plugin whose library load or init() runs now.
+    const UpdaterPluginInfo* startingPlugin = nullptr;
+    bool crashQuarantineDone = false;
 };
 
 } // namespace tvl::updater

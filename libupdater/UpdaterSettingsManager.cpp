@@ -45,8 +45,13 @@ const QList<QRegularExpression>& trustedHostPatterns()
 bool check_url_is_trusted(const QUrl& url)
 {
     const QString host = url.host();
+    // "https:evil.example/x" and "https:///evil.example/x" have no host for QUrl, but browsers
+    // and the desktop open them on evil.example: a network address without a host is no local one.
+    static const QStringList NetworkSchemes = {QStringLiteral("http"), QStringLiteral("https"),
+                                               QStringLiteral("ftp"), QStringLiteral("ws"), QStringLiteral("wss")};
+    const bool hostlessNetworkAddress = host.isEmpty() && NetworkSchemes.contains(url.scheme().toLower());
     for (const QRegularExpression& pattern : trustedHostPatterns()) {
-        if (pattern.match(host).hasMatch())
+        if (!hostlessNetworkAddress && pattern.match(host).hasMatch())
             return true;
     }
     TVL_LOG(tvl::Logger::Error) << QStringLiteral("Unauthorized url ") + url.toString();

@@ -7,6 +7,8 @@
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
 
+#include <cstring>
+
 namespace tvl::updater {
 
 namespace {
@@ -15,8 +17,15 @@ constexpr QEvent::Type FrameReadyEvent = QEvent::Type(1000);
 static_assert(FrameReadyEvent == QEvent::User);
 }
 
+void* detail::GraphicsItemObject::qt_metacast(const char* className)
+{
+    if (className && std::strcmp(className, "com.trolltech.Qt.QGraphicsItem") == 0)
+        return graphicsItem();
+    return QObject::qt_metacast(className);
+}
+
 VlcVideoGraphicsItem::VlcVideoGraphicsItem(VlcPlayer* player, const QSize& size)
-    : QObject(nullptr)
+    : GraphicsItemObject(nullptr)
     , QGraphicsItem(nullptr)
     , m_size(size)
     , m_player(player)

@@ -22,6 +22,25 @@ LIBUPDATER_EXPORT void* lock(void* opaque, void** planes);
 LIBUPDATER_EXPORT void unlock(void* opaque, void* picture, void* const* planes);
 LIBUPDATER_EXPORT void display(void* opaque, void* picture);
 
+namespace detail {
+
+/**
+ * The QObject side of VlcVideoGraphicsItem. It answers the meta-object cast to the identifier
+ * that Qt gave QGraphicsItem before Qt 5 ("com.trolltech.Qt.QGraphicsItem"), which callers still
+ * use and moc no longer generates, with the item's QGraphicsItem part.
+ */
+class LIBUPDATER_EXPORT GraphicsItemObject : public QObject
+{
+public:
+    using QObject::QObject;
+    void* qt_metacast(const char* className) override;
+
+protected:
+    virtual QGraphicsItem* graphicsItem() = 0;
+};
+
+} // namespace detail
+
 /**
  * Shows the frames of a VlcPlayer in a graphics scene.
  *
@@ -34,7 +53,7 @@ LIBUPDATER_EXPORT void display(void* opaque, void* picture);
  * it only after VlcPlayer::stop() (which open() and the player's destructor call), since a
  * paused medium goes on drawing into it when it plays again.
  */
-class LIBUPDATER_EXPORT VlcVideoGraphicsItem : public QObject, public QGraphicsItem
+class LIBUPDATER_EXPORT VlcVideoGraphicsItem : public detail::GraphicsItemObject, public QGraphicsItem
 {
     Q_OBJECT
     Q_INTERFACES(QGraphicsItem)
@@ -49,6 +68,9 @@ public:
     bool event(QEvent* e) override;
     QRectF boundingRect() const override;
     void paint(QPainter* painter, const QStyleOptionGraphicsItem* option, QWidget* widget) override;
+
+protected:
+    QGraphicsItem* graphicsItem() override { return this; }
 
 private:
     friend void* lock(void* opaque, void** planes);

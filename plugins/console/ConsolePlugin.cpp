@@ -43,8 +43,14 @@ QString describe(const QVariant& value)
 bool ConsolePlugin::init()
 {
     say(tr("updater %1 (%2) started").arg(QString::fromLatin1(UPDATER_VERSION), QString::fromLatin1(UPDATER_REVISION)));
-    if (tv_previous_run_crashed())
+    if (tv_previous_run_crashed()) {
         say(tr("the previous run did not end in order"), Console::Yellow);
+        if (const QString plugin = tv_previous_run_crashed_plugin(); !plugin.isEmpty()) {
+            say(tr("it ended while plugin %1 was starting (%n run(s) in a row)", nullptr, tv_previous_run_crash_count())
+                    .arg(plugin),
+                Console::Yellow);
+        }
+    }
 
     m_input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
     connect(m_input, &QSocketNotifier::activated, this, &ConsolePlugin::readCommand);

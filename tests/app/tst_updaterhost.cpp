@@ -31,6 +31,7 @@ struct Home
     }
     QString path(const QString& name) const { return dir.filePath(name); }
     QString marker() const { return path(".config/Tarvel/updater/.crash_handler_marker"); }
+    QByteArray log() const { return testsupport::readFile(path(".config/Tarvel/updater/updater.log")); }
     QStringList arguments(const QStringList& more) const { return QStringList{"--no-gui", "--plugin-dir=" + path("plugins")} + more; }
     testsupport::ChildResult run(const QStringList& more, const QByteArray& input = {}) const
     {
@@ -43,6 +44,13 @@ struct Home
             for (const QString& file : {"lib" + name + ".so", name + ".updaterplugin"})
                 writeFile(path("plugins/" + file), testsupport::readFile(BUNDLED_PLUGIN_DIR "/" + file));
         }
+    }
+    /// A copy of the test's fixture plugin (tests/libupdater/fixtures) named `name`, doing what `data` says.
+    void addFixture(const QString& name, const QByteArray& data, const QByteArray& descriptor = {}) const
+    {
+        writeFile(path("plugins/" + name + ".updaterplugin"),
+                  "name = '" + name.toUtf8() + "'\n" + descriptor + "\ndata = { id = '" + name.toUtf8() + "', " + data + " }\n");
+        writeFile(path("plugins/lib" + name + ".so"), testsupport::readFile(FIXTURE_PLUGIN));
     }
     /// A plugin of that descriptor, with a copy of the system-information plugin as its library unless without one.
     void add(const QString& name, const QByteArray& descriptor, bool withLibrary = true) const
@@ -99,28 +107,60 @@ private slots:
         home.add("ghost", "name = 'ghost'\ndepends = 'sysinfo'\nsoft_depends = { 'console' }\nautoload = false\nunsafe = true\n", false);
         home.add("wide", "name = 'wide'\nneedGUI = true\n", false);
         home.add("nameless", "autoload = true\n", false);
+        home.add("twin", "name = 'probe'\n", false);
         const auto run = home.run({"--list-plugins"});
         QVERIFY2(run.exitedWith(0), report(run).constData());
         const QStringList lines = QString::fromUtf8(run.out).split('\n');
-        QCOMPARE(lines.mid(0, 7), QStringList({"Plugins in " + home.path("plugins") + ": 5",
-                                               "  (dependencies: name = hard, name? = soft, injected or through a replacement)",
-                                               "  console  flags=-  depends=probe?,sysinfo?",
-                                               "  ghost  flags=not-autoload,unsafe  depends=console?,sysinfo",
-                                               "  probe  flags=mandatory  depends=-  replaces=legacy",
-                                               "  sysinfo  flags=-  depends=-",
-                                               "  wide  flags=needGUI  depends=-"}));
+        const QString dir = home.path("plugins");
+        QCOMPARE(lines.mid(0, 10), QStringList({"Plugins in " + dir + ": 5",
+                                                "  (dependencies: name = hard, name? = soft, injected or through a replacement)",
+                                                "  console  flags=-  depends=probe?,sysinfo?",
+                                                "  ghost  flags=not-autoload,unsafe  depends=console?,sysinfo",
+                                                "  probe  flags=mandatory  depends=-  replaces=legacy",
+                                                "  sysinfo  flags=-  depends=-",
+                                                "  wide  flags=needGUI  depends=-",
+                                                "Descriptors that give no plugin:",
+                                                "  " + dir + "/nameless.updaterplugin: it sets no \"name\"",
+                                                "  " + dir + "/twin.updaterplugin: the name probe is already taken by " + dir
+                                                    + "/probe.updaterplugin"}));
         QVERIFY(lines.contains("[console] plugins loaded: probe, sysinfo, console"));
-        // The load order, numbered, with the times spent; a plugin that did not load never ran its init.
-        QStringList order = lines.mid(lines.indexOf("Load order:") + 1, 5).replaceInStrings(QRegularExpression("\\d+\\.\\d{3} ms"), "T");
-        for (int i = 0; i < order.size(); ++i)
-            QVERIFY2(order[i].startsWith(QString("  %1. ").arg(i + 1)), qPrintable(order[i]));
-        QVERIFY(order.indexOf(QRegularExpression(".*ghost.*")) > order.indexOf(QRegularExpression(".*console.*")));
-        order.replaceInStrings(QRegularExpression("^  \\d\\. "), "");
-        order.sort();
-        QCOMPARE(order, QStringList({"console  loaded  library T  init T", "ghost  not loaded  library T  init -",
-                                     "probe  loaded  library T  init T", "sysinfo  loaded  library T  init T",
-                                     "wide  not loaded  library T  init -"}));
+        // The load order, numbered, with the times spent and why a plugin is not loaded; a plugin that did not
+        // load never ran its init.
+        const QStringList order = lines.mid(lines.indexOf("Load order:") + 1, 7).replaceInStrings(QRegularExpression("\\d+\\.\\d{3} ms"), "T");
+        QCOMPARE(order, QStringList({"  1. wide  not loaded  library T  init -",
+                                     "       error: Cannot load " + dir + "/libwide.so: The shared library was not found.",
+                                     "  2. probe  loaded  library T  init T", "  3. sysinfo  loaded  library T  init T",
+                                     "  4. console  loaded  library T  init T", "  5. ghost  not loaded  library T  init -",
+                                     "       error: Cannot load " + dir + "/libghost.so: The shared library was not found."}));
         QVERIFY(run.out.endsWith(Stopping));
+        // The descriptors without a plugin are said in the log too.
+        QVERIFY(run.err.contains("Descriptor " + dir.toUtf8() + "/nameless.updaterplugin gives no plugin: it sets no \"name\""));
+    }
+
+    void loadOrderIsReproducible()
+    {
+        // The same plugins in two directories, their descriptor files in different orders: plugins of equal
+        // standing come in the order of their names, and so do the dependencies of one plugin, not in the order
+        // the files were read or their records happened to be allocated.
+        QStringList orders;
+        for (const QStringList& names : {QStringList{"p4", "p3", "p2", "p1", "main"}, QStringList{"main", "p1", "p2", "p3", "p4"}}) {
+            Home home;
+            home.addBundled({"console"});
+            for (int i = 0; i < names.size(); ++i) {
+                const QByteArray name = names[i].toUtf8();
+                const QByteArray needs = name == "main" ? "soft_depends = { 'p1', 'p2', 'p3', 'p4', 'console' }" : "soft_depends = { 'console' }";
+                writeFile(home.path(QString("plugins/%1.updaterplugin").arg(i)), "name = '" + name + "'\n" + needs + "\n");
+                writeFile(home.path("plugins/lib" + names[i] + ".so"), testsupport::readFile(BUNDLED_PLUGIN_DIR "/libsysinfo.so"));
+            }
+            for (int start = 0; start < 2; ++start) {
+                const auto run = home.run({"--list-plugins"});
+                QVERIFY2(run.exitedWith(0), report(run).constData());
+                const QStringList lines = QString::fromUtf8(run.out).split('\n');
+                orders.append(lines.mid(lines.indexOf("Load order:") + 1, 6).replaceInStrings(QRegularExpression("  loaded  library .*"), "").join(' '));
+            }
+        }
+        orders.removeDuplicates();
+        QCOMPARE(orders, QStringList{"  1. console   2. p1   3. p2   4. p3   5. p4   6. main"});
     }
 
     void quitsAsAsked_data()

@@ -9,3 +9,9 @@ updater_add_test(tst_pluginsmanager LIBRARIES libupdater SOURCES tst_pluginsmana
 add_dependencies(tst_pluginsmanager pluginhost_fixture pluginhost_plainobject)
 target_compile_definitions(tst_pluginsmanager PRIVATE FIXTURE_PLUGIN="$<TARGET_FILE:pluginhost_fixture>"
     PLAIN_OBJECT_PLUGIN="$<TARGET_FILE:pluginhost_plainobject>")
+# The same plugin built against a newer library: it calls a function this library lacks.
+add_library(pluginhost_newer MODULE fixtures/FixturePlugin.cpp)
+target_link_libraries(pluginhost_newer PRIVATE libupdater)
+target_compile_definitions(pluginhost_newer PRIVATE FIXTURE_NEEDS_NEWER_LIBRARY)
+add_dependencies(tst_pluginsmanager pluginhost_newer)
+target_compile_definitions(tst_pluginsmanager PRIVATE NEWER_PLUGIN="$<TARGET_FILE:pluginhost_newer>")

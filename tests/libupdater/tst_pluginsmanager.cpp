@@ -2,6 +2,7 @@
 // mandatory failures, shutdown, the object registry, calls into plugins, options and the last window closed.
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterPlugin.h>
+#include <libupdater/UpdaterPluginCustomUrlClickedEvent.h>
 #include <libupdater/UpdaterPluginInfo_p.h>
 #include <libupdater/UpdaterPluginsManager_p.h>
 
@@ -82,40 +83,53 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("source");
         // name, autoload, soft_depends, depends, required_by, replace, mandatory, needGUI, unsafe; empty: refused
-        QTest::addColumn<QString>("fields");
+        QTest::addColumn<QStringList>("fields");
         QTest::addColumn<QVariant>("data");
+        QTest::addColumn<QStringList>("log"); // "%1" stands for the descriptor's path
 
-        QTest::newRow("defaults") << "name = 'a'" << "a 1 - - - - 0 0 0" << QVariant();
+        QTest::newRow("defaults") << "name = 'a'" << split("a 1 - - - - 0 0 0") << QVariant() << QStringList();
         QTest::newRow("every key") << "name = 'b'; autoload = false; soft_depends = {'s1', 's2'}; depends = {'d'}\n"
                                       "required_by = {'r1', 'r2'}; replace = {'x'}; mandatory = true\n"
                                       "needGUI = true; unsafe = true; data = { theme = 'dark' }"
-                                   << "b 0 s1,s2 d r1,r2 x 1 1 1" << QVariant(QVariantMap{{"theme", "dark"}});
-        QTest::newRow("no name") << "autoload = false" << QString() << QVariant();
-        QTest::newRow("evaluation error") << "name = 'a'\nerror('broken')" << QString() << QVariant();
+                                   << split("b 0 s1,s2 d r1,r2 x 1 1 1") << QVariant(QVariantMap{{"theme", "dark"}})
+                                   << QStringList();
+        QTest::newRow("no name") << "autoload = false" << QStringList() << QVariant() << QStringList();
+        QTest::newRow("evaluation error") << "name = 'a'\nerror('broken')" << QStringList() << QVariant()
+                                          << QStringList{"5 %1:2: broken"};
+        // Misspelt keys are read as nothing, but said; a key far from every known one is said without a guess.
+        QTest::newRow("unknown keys") << "name = 'c'; soft_depend = {'x'}; mandatroy = true; colour = 'red'"
+                                      << split("c 1 - - - - 0 0 0") << QVariant()
+                                      << QStringList{"4 Unknown key 'colour' in %1",
+                                                     "4 Unknown key 'mandatroy' in %1: did you mean 'mandatory'?",
+                                                     "4 Unknown key 'soft_depend' in %1: did you mean 'soft_depends'?"};
     }
 
     void read()
     {
         QFETCH(QString, source);
-        QFETCH(QString, fields);
+        QFETCH(QStringList, fields);
+        QFETCH(QStringList, log);
 
         const QString file = testsupport::writeFile(m_dir.path() + "/read.updaterplugin", source.toUtf8());
         m_log.take();
         UpdaterPluginInfo info;
         QCOMPARE(d(&info)->read(file), !fields.isEmpty());
-        tvl::ICISettings engine(file); // what is logged for a broken descriptor
-        const QStringList error = engine.evaluate() ? QStringList() : QStringList{"5 " + engine.errorString()};
-        QCOMPARE(m_log.lines(QStringLiteral("libupdater/UpdaterPluginInfo")), error);
+        QCOMPARE(m_log.lines(QStringLiteral("libupdater/UpdaterPluginInfo")), log.replaceInStrings("%1", file));
         if (fields.isEmpty())
             return;
         const auto join = [](const QStringList& list) { return list.isEmpty() ? QStringLiteral("-") : list.join(','); };
         const auto flag = [](bool value) { return QString::number(value); };
-        QCOMPARE(QStringList({info.name(), flag(info.autoLoad()), join(info.softDependencies()),
-                              join(info.dependencies()), join(info.requiredBy()), join(info.replacedPlugins()),
-                              flag(info.isMandatory()), flag(info.needGUI()), flag(info.unsafe())})
-                     .join(' '),
-                 fields);
+        QCOMPARE(info.name(), fields[0]);
+        QCOMPARE(flag(info.autoLoad()), fields[1]);
+        QCOMPARE(join(info.softDependencies()), fields[2]);
+        QCOMPARE(join(info.dependencies()), fields[3]);
+        QCOMPARE(join(info.requiredBy()), fields[4]);
+        QCOMPARE(join(info.replacedPlugins()), fields[5]);
+        QCOMPARE(flag(info.isMandatory()), fields[6]);
+        QCOMPARE(flag(info.needGUI()), fields[7]);
+        QCOMPARE(flag(info.unsafe()), fields[8]);
         QTEST(d(&info)->data, "data");
+        QCOMPARE(info.descriptorFile(), file);
     }
 
     void loadAndUnload_data()
@@ -291,6 +305,7 @@ private Q_SLOTS:
         row("mandatory init fails silently", {"a", "m|mandatory = true|init = false, error = 'QUIT_SILENTLY'", "z"},
             true, "a", initFailed);
         row("mandatory library refused", {"a", "m|mandatory = true|plain = true", "z"}, true, "a", failed, "");
+        row("mandatory init throws", {"a", "m|mandatory = true|throw = {'init'}", "z"}, true, "a", initFailed, "");
     }
 
     void load()
@@ -455,6 +470,168 @@ private Q_SLOTS:
         api->removeObject(&timer);
         QVERIFY(!api->objects().contains(&timer) && !api->getObject<QTimer>());
         QVERIFY(added.count() == 2 && host.journal->isEmpty());
+    }
+
+    void pluginExceptions_data()
+    {
+        // What a plugin throws is logged with its name and counted as a failure of that one call; the host and
+        // the other plugins go on. "t" throws in the operation of the row; "a" and "z" are well-behaved.
+        QTest::addColumn<QString>("operation");
+        QTest::addColumn<QStringList>("journal"); // the entries of the action, in order
+        QTest::addColumn<QString>("outcome");
+
+        QTest::newRow("init") << "init" << QStringList() << "a,z loaded";
+        QTest::newRow("objectAdded") << "objectAdded"
+                                     << QStringList{"z objectAdded o", "t objectAdded o", "a objectAdded o"} << "added";
+        QTest::newRow("updaterEvent") << "updaterEvent" << QStringList{"z event 5", "t event 5", "a event 5"}
+                                      << "accepted";
+        QTest::newRow("backgroundModeActivated") << "background"
+                                                 << QStringList{"a background 1", "t background 1", "z background 1"}
+                                                 << "none unloaded";
+        QTest::newRow("a slot called by name") << "slot" << QStringList() << "call failed";
+        QTest::newRow("uninit") << "uninit" << QStringList{"z uninit", "z destroyed", "t uninit", "t destroyed",
+                                                           "a uninit", "a destroyed"}
+                                << "exit 4";
+    }
+
+    void pluginExceptions()
+    {
+        QFETCH(QString, operation);
+        QFETCH(QStringList, journal);
+        QFETCH(QString, outcome);
+        Host host;
+        host.add({"a||accept = {5}", "t||throw = {'" + operation + "'}", "z"});
+        host.start();
+        m_log.take();
+        QVERIFY(host.manager->loadPlugins(false));
+        if (operation != QLatin1String("init"))
+            m_log.take(); // the announcements and the all-loaded event of the load
+        UpdaterPluginApi* api = host.manager->api();
+        host.journal->clear();
+        QString result;
+        if (operation == QLatin1String("init")) {
+            result = host.loaded().join(',') + QStringLiteral(" loaded");
+            QCOMPARE(host.record(QStringLiteral("t"))->errorString(), QStringLiteral("Its init() failed."));
+        } else if (operation == QLatin1String("objectAdded")) {
+            QObject object;
+            object.setObjectName(QStringLiteral("o"));
+            api->addObject(&object);
+            result = api->objects().contains(&object) ? QStringLiteral("added") : QString();
+            api->removeObject(&object);
+        } else if (operation == QLatin1String("updaterEvent")) {
+            result = api->postEvent(new UpdaterPluginCustomUrlClickedEvent(QUrl(QStringLiteral("x://y"))))
+                ? QStringLiteral("accepted")
+                : QString();
+        } else if (operation == QLatin1String("background")) {
+            api->activateBackgroundMode(true);
+            QCoreApplication::sendPostedEvents();
+            result = host.loaded().size() == 3 ? QStringLiteral("none unloaded") : host.loaded().join(',');
+        } else if (operation == QLatin1String("slot")) {
+            result = api->callInPlugin(QStringLiteral("t"), "boom") ? QStringLiteral("call succeeded") : QStringLiteral("call failed");
+            QVERIFY(api->callInPlugin(QStringLiteral("a"), "ping"));
+            journal = QStringList{"a ping"};
+        } else if (operation == QLatin1String("uninit")) {
+            result = QStringLiteral("exit %1").arg(runEventLoop([&] { host.manager->quit(4); }));
+        }
+        QCOMPARE(result, outcome);
+        QCOMPARE(*host.journal, journal);
+        const QString name = operation == QLatin1String("slot") ? QStringLiteral("boom")
+            : operation == QLatin1String("background")          ? QStringLiteral("backgroundModeActivated")
+                                                                : operation;
+        QCOMPARE(m_log.lines(QStringLiteral("libupdater/PluginCalls")),
+                 QStringList{QStringLiteral("5 Plugin t threw an exception in %1: t gave up in %2").arg(name, operation)});
+    }
+
+    void duplicateNames()
+    {
+        // A stray copy of a descriptor, and the same directory read twice: one record per name, the first file
+        // read keeps it, the others are said and listed; shutdown frees each plugin object once.
+        Host host;
+        host.add({"a", "b"});
+        host.dir.write(QStringLiteral("stray.updaterplugin"), QStringLiteral("name = 'a'\n"));
+        host.start();
+        const QString first = host.dir.path() + QStringLiteral("/a.updaterplugin");
+        const QString copy = host.dir.path() + QStringLiteral("/stray.updaterplugin");
+        QCOMPARE(log().filter(QRegularExpression("^[4-9] ")),
+                 QStringList{QStringLiteral("4 Descriptor %1 ignored: plugin a is already described by %2").arg(copy, first)});
+        host.manager->setPluginPath(host.dir.path());
+        QCOMPARE(host.manager->plugins().size(), 2);
+        QCOMPARE(host.manager->rejectedDescriptors(),
+                 (QList<QPair<QString, QString>>{{copy, QStringLiteral("the name a is already taken by %1").arg(first)}}));
+        QVERIFY(host.manager->loadPlugins(false));
+        QCOMPARE(runEventLoop([&] { host.manager->quit(3); }), 3);
+        QCOMPARE(host.journal->filter(QStringLiteral("destroyed")), (QStringList{"b destroyed", "a destroyed"}));
+    }
+
+    void sameLibraryUnderTwoNames()
+    {
+        // One file reached through two paths is mapped once and gives one plugin object: the second name is
+        // refused, so that no two records ever own that object.
+        Host host;
+        host.add({"a"});
+        host.dir.write(QStringLiteral("b.updaterplugin"), QStringLiteral("name = 'b'\ndata = { id = 'b' }\n"));
+        QVERIFY(QFile::link(host.dir.library(QStringLiteral("a")), host.dir.library(QStringLiteral("b"))));
+        QVERIFY(host.start()->loadPlugins(false));
+        QCOMPARE(host.loaded(), QStringList{QStringLiteral("a")});
+        QCOMPARE(host.record(QStringLiteral("b"))->errorString(),
+                 QStringLiteral("Its library %1 is already loaded as plugin a.").arg(host.dir.library(QStringLiteral("b"))));
+        QVERIFY(host.record(QStringLiteral("a"))->plugin());
+        QCOMPARE(runEventLoop([&] { host.manager->quit(0); }), 0);
+        QCOMPARE(host.journal->filter(QStringLiteral("destroyed")), QStringList{"a destroyed"});
+    }
+
+    void errorStrings_data()
+    {
+        QTest::addColumn<QStringList>("plugins");
+        QTest::addColumn<QString>("library"); // copied over p's library: "none", "plain", "newer"
+        QTest::addColumn<QString>("error");   // p's, a regular expression
+        QTest::newRow("init fails with a reason") << QStringList{"p||init = false, error = 'no disk'"} << QString()
+                                                  << "Its init\\(\\) failed: no disk";
+        QTest::newRow("init fails silently") << QStringList{"p||init = false"} << QString() << "Its init\\(\\) failed\\.";
+        QTest::newRow("missing dependency") << QStringList{"p|depends = {'a', 'b'}", "a||init = false", "b||init = false"}
+                                            << QString() << "It needs a, b, which is not loaded\\.";
+        QTest::newRow("no library") << QStringList{"p"} << "none" << "Cannot load .*/libp\\.so: .*";
+        QTest::newRow("no plugin in the library") << QStringList{"p"} << "plain"
+                                                  << ".*/libp\\.so holds no plugin object .*";
+        // Built against a newer library: refused at load, with the dynamic loader's reason, instead of killing the
+        // process at its first call.
+        QTest::newRow("built against a newer library") << QStringList{"p"} << "newer"
+                                                       << "Cannot load .*/libp\\.so: .*undefined symbol: "
+                                                          "tvl_updater_function_of_a_newer_release.*";
+    }
+
+    void errorStrings()
+    {
+        QFETCH(QStringList, plugins);
+        QFETCH(QString, library);
+        QFETCH(QString, error);
+        Host host;
+        host.add(plugins);
+        if (library == QLatin1String("none"))
+            QFile::remove(host.dir.library(QStringLiteral("p")));
+        else if (library == QLatin1String("plain"))
+            host.dir.copy(QStringLiteral(PLAIN_OBJECT_PLUGIN), QStringLiteral("p"));
+        else if (library == QLatin1String("newer"))
+            host.dir.copy(QStringLiteral(NEWER_PLUGIN), QStringLiteral("p"));
+        QVERIFY(host.start()->loadPlugins(false));
+        const QString text = host.record(QStringLiteral("p"))->errorString();
+        QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(error)).match(text).hasMatch(), qPrintable(text));
+        QVERIFY(!host.loaded().contains(QStringLiteral("p")) && _plugin_loading_error_string.isEmpty());
+        // Loaded again once what was wrong is gone, the error is forgotten.
+        if (library == QLatin1String("none")) {
+            host.dir.copy(QStringLiteral(FIXTURE_PLUGIN), QStringLiteral("p"));
+            QVERIFY(host.manager->loadPlugin(host.record(QStringLiteral("p"))));
+            QVERIFY(host.loaded().contains(QStringLiteral("p")) && host.record(QStringLiteral("p"))->errorString().isEmpty());
+        }
+    }
+
+    void apiMetaObject()
+    {
+        // The raw-pointer overload of postEvent comes first.
+        const QMetaObject& meta = UpdaterPluginApi::staticMetaObject;
+        const int raw = meta.indexOfMethod("postEvent(tvl::updater::UpdaterPluginEvent*)");
+        const int shared = meta.indexOfMethod("postEvent(tvl::updater::UpdaterPluginEventPtr)");
+        QVERIFY(raw >= 0 && shared == raw + 1);
     }
 
     void calls_data()

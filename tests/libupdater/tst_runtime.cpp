@@ -22,7 +22,9 @@ namespace {
 // prints what happens, each step followed by this library's log records as "<level> <message>":
 // "p=<dir>" sets the preferences path, "setup" lays the crash marker, "r=<keep>|<argument>..."
 // asks for a restart (application path: $RESTART_PROGRAM), "fatal=<title>|<text>|<details>"
-// reports a critical error, "kill" sends SIGKILL to itself. Then it exits in order.
+// reports a critical error, "kill" sends SIGKILL to itself, "note=<plugin>" notes a starting plugin in the
+// crash marker, "hold" waits until its standard input ends (a launcher that keeps running). After "setup" it
+// prints the plugin noted by the run that died, if any. Then it exits in order.
 int playScenario(const QByteArray&, int argc, char** argv)
 {
     QStringList arguments;
@@ -45,8 +47,11 @@ int playScenario(const QByteArray&, int argc, char** argv)
         const QStringList values = step.section(QLatin1Char('='), 1).split(QLatin1Char('|'));
         if (step.startsWith(QLatin1String("p=")))
             tv_set_user_preferences_path(values.first());
-        else if (step == QLatin1String("setup") && tv_setup_crash_handler())
+        else if (step == QLatin1String("setup") && tv_setup_crash_handler()) {
             std::printf("setup ok, crashed %d\n", int(tv_previous_run_crashed()));
+            if (!tv_previous_run_crashed_plugin().isEmpty())
+                std::printf("died starting %s, %d in a row\n", qPrintable(tv_previous_run_crashed_plugin()), tv_previous_run_crash_count());
+        }
         else if (step == QLatin1String("setup"))
             std::puts("setup failed");
         else if (step.startsWith(QLatin1String("r=")))
@@ -55,6 +60,14 @@ int playScenario(const QByteArray&, int argc, char** argv)
             tv_display_critical_error(values.value(0), values.value(1), values.value(2));
         else if (step == QLatin1String("kill"))
             std::raise(SIGKILL);
+        else if (step.startsWith(QLatin1String("note=")))
+            tv_note_starting_plugin(values.first(), QStringLiteral("/plugins/lib%1.so").arg(values.first()));
+        else if (step == QLatin1String("hold")) {
+            std::puts("holding");
+            char buffer[64];
+            while (std::fread(buffer, 1, sizeof buffer, stdin) > 0) {
+            }
+        }
         printLogs();
     }
     app.reset();
@@ -154,6 +167,55 @@ private slots:
         QTest::newRow("path changed before exit") << QStringList{"p=@A setup p=@B"}
             << QStringList{ok + cleanup + "4 tv_cleanup_crash_handler() : failed\n"} << "A";
         QTest::newRow("marker cannot be created") << QStringList{"p=@missing setup setup"} << QStringList{failed + failed} << "";
+        // The plugin starting when a run died is named at the next start, with the runs in a row that died in
+        // it; a run that gets past it starts the count anew.
+        const QString died = "4 Previous execution crashed\n4 The previous run ended while plugin 'x' was starting (%1 run(s) in a row)\n";
+        QTest::newRow("died while a plugin started")
+            << QStringList{"p=@A setup note=x kill", "p=@A setup note=x kill", "p=@A setup note=x note= kill", "p=@A setup"}
+            << QStringList{ok, "setup ok, crashed 1\ndied starting x, 1 in a row\n" + died.arg(1),
+                           "setup ok, crashed 1\ndied starting x, 2 in a row\n" + died.arg(2), reported + cleanup}
+            << "";
+    }
+
+    void crashMarkerOfARunningLauncher_data()
+    {
+        // A second process of the same user beside a launcher that holds the marker: the marker is no crash,
+        // and it stays the running launcher's whatever the second one does.
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QString>("output");
+        const QString notCrashed = "setup ok, crashed 0\n3 Another running launcher holds the crash marker %1\n";
+        QTest::newRow("orderly exit") << "p=@A setup" << notCrashed;
+        QTest::newRow("killed") << "p=@A setup kill" << notCrashed;
+        QTest::newRow("notes a plugin") << "p=@A setup note=x" << notCrashed;
+    }
+
+    void crashMarkerOfARunningLauncher()
+    {
+        QFETCH(QString, second);
+        QFETCH(QString, output);
+        QTemporaryDir dir;
+        QVERIFY(QDir(dir.path()).mkpath(QStringLiteral("A")));
+        const QString marker = dir.filePath(QStringLiteral("A/.crash_handler_marker"));
+        QProcess holder;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QString::fromLatin1(ScenarioVariable), QStringLiteral("steps"));
+        holder.setProcessEnvironment(environment);
+        holder.start(QCoreApplication::applicationFilePath(), {"p=" + dir.filePath("A"), "setup", "hold"});
+        QByteArray held;
+        while (!held.contains("holding") && holder.waitForReadyRead(30000))
+            held += holder.readAll();
+        QVERIFY2(held.startsWith("setup ok, crashed 0\n"), held.constData());
+
+        const QByteArray markerBefore = readFile(marker);
+        const auto run = runScenario("steps", second.replace(QLatin1Char('@'), dir.path() + QLatin1Char('/')).split(QLatin1Char(' ')));
+        QVERIFY(run.finished);
+        QCOMPARE(QString::fromUtf8(run.out), output.arg(marker));
+        QVERIFY(QFile::exists(marker));
+        QCOMPARE(readFile(marker), markerBefore);
+
+        holder.closeWriteChannel();
+        QVERIFY(holder.waitForFinished(30000) && holder.exitCode() == 0);
+        QVERIFY(!QFile::exists(marker));
     }
 
     void crashMarker()
