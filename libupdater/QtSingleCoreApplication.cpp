@@ -28,6 +28,11 @@ bool QtSingleCoreApplication::isRunning() const
     return d->peer->isClient();
 }
 
+bool QtSingleCoreApplication::takeOver(int timeout)
+{
+    return d->peer->takeOver(timeout);
+}
+
 QString QtSingleCoreApplication::id() const
 {
     return d->peer->applicationId();

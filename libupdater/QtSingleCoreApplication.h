@@ -30,6 +30,9 @@ public:
     /// True when another instance with the same id was the primary when this one started.
     bool isRunning() const;
     QString id() const;
+    /// As QtSingleApplication::takeOver(): waits up to `timeout` ms for the primary to end, then
+    /// becomes the primary; false when the old one did not let go in time.
+    bool takeOver(int timeout);
 
 public Q_SLOTS:
     /**

@@ -89,7 +89,13 @@ struct Run : QProcess
     QByteArray out, err;
 };
 
-template<typename Result> QByteArray report(const Result& result) { return result.out + "--- standard error:\n" + result.err.right(4000); }
+int exitCodeOf(const testsupport::ChildResult& result) { return result.exitCode; }
+int exitCodeOf(const Run& run) { return run.exitCode(); }
+
+template<typename Result> QByteArray report(const Result& result)
+{
+    return result.out + "--- standard error:\n" + result.err.right(4000) + "\n--- exit code " + QByteArray::number(exitCodeOf(result));
+}
 
 } // namespace
 
@@ -202,6 +208,7 @@ private slots:
         // The settings plugin is mandatory: without its configuration nothing else loads.
         QTest::newRow("--config= a missing file") << QStringList{"--config=/nonexistent/launcher.lua"} << "settings"
                                                   << QByteArray("The configuration file /nonexistent/launcher.lua does not exist");
+        QTest::newRow("init throws") << QStringList() << "core" << QByteArray("Plugin core threw an exception in init: core gave up in init");
     }
 
     void mandatoryPluginFails()
@@ -211,8 +218,10 @@ private slots:
         QFETCH(QByteArray, logged);
         Home home;
         home.addBundled({"settings", "console", "sysinfo"});
-        if (plugin == "core")
+        if (QByteArray(QTest::currentDataTag()) == "library missing")
             home.add("core", "name = 'core'\nmandatory = true\n", false);
+        else if (plugin == "core")
+            home.addFixture("core", "throw = { 'init' }", "mandatory = true");
         const auto run = home.run(arguments);
         QVERIFY2(run.exitedWith(126), report(run).constData());
         const QString fatal = "FATAL: [Initialisation failed] The application has encountered a problem while loading 'plugin " + plugin
@@ -227,6 +236,7 @@ private slots:
     {
         QTest::addColumn<int>("signal");
         QTest::newRow("SIGTERM: in order") << int(SIGTERM);
+        QTest::newRow("SIGHUP: in order") << int(SIGHUP);
         QTest::newRow("SIGKILL: crashed") << int(SIGKILL);
     }
 
@@ -255,6 +265,172 @@ private slots:
         QVERIFY(!QFile::exists(home.marker()));
     }
 
+    void stopAtOnce_data()
+    {
+        // The user who asks twice, or whose request the stuck main thread cannot take up, does not wait for
+        // the plugins: the launcher ends within a second, its log written and its marker gone (no crash).
+        QTest::addColumn<QByteArray>("plugin"); // the fixture's data
+        QTest::addColumn<QList<int>>("sent");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::newRow("second SIGTERM while a plugin does not finish its uninit")
+            << QByteArray("uninit_delay = -1") << QList<int>{SIGTERM, SIGTERM}
+            << QByteArray("Stopping at once on signal 15: a second termination signal arrived while the launcher was stopping");
+        QTest::newRow("SIGINT then SIGTERM") << QByteArray("uninit_delay = -1") << QList<int>{SIGINT, SIGTERM}
+                                             << QByteArray("Stopping at once on signal 15");
+        QTest::newRow("SIGTERM while an init() never returns")
+            << QByteArray("hang_in_init = true") << QList<int>{SIGTERM}
+            << QByteArray("Stopping at once on signal 15: the launcher did not start stopping within a second of the signal");
+    }
+
+    void stopAtOnce()
+    {
+        QFETCH(QByteArray, plugin);
+        QFETCH(QList<int>, sent);
+        QFETCH(QByteArray, logged);
+        Home home;
+        home.addBundled({"console"});
+        home.addFixture("stuck", plugin, "soft_depends = { 'console' }");
+        Run run(home);
+        QVERIFY2(run.waitFor(plugin.startsWith("hang") ? QByteArray("Loading plugin stuck") : Ready,
+                             plugin.startsWith("hang") ? &Run::err : &Run::out),
+                 report(run).constData());
+        QVERIFY(QFile::exists(home.marker()));
+        QElapsedTimer clock;
+        for (qsizetype i = 0; i < sent.size(); ++i) {
+            // Two signals of one kind sent at once merge into one: the second waits for the first to arrive.
+            if (i > 0)
+                QVERIFY2(run.waitFor("Stopping on signal", &Run::err), report(run).constData());
+            clock.start();
+            QCOMPARE(::kill(pid_t(run.processId()), sent[i]), 0);
+        }
+        QVERIFY2(run.ended(128 + sent.last()), report(run).constData());
+        // A bound on the watchdog, not a speed target: without it the process never ends.
+        QVERIFY2(clock.elapsed() < 4000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(home.log().contains(logged), home.log().right(2000).constData());
+        QVERIFY(!QFile::exists(home.marker()));
+        QFile::remove(home.path("plugins/stuck.updaterplugin"));
+        const auto next = home.run({"--quit-after=0"});
+        QVERIFY2(next.exitedWith(0) && !next.out.contains(CrashReported), report(next).constData());
+    }
+
+    void markerBesideARunningLauncher()
+    {
+        // Listing the plugins, or a second launcher without windows, beside a running one: no crash is told, and
+        // the running launcher's marker stays until it ends.
+        Home home;
+        home.addBundled({"console", "sysinfo"});
+        {
+            Run first(home);
+            QVERIFY2(first.waitFor(Ready), report(first).constData());
+            const QByteArray marker = testsupport::readFile(home.marker());
+            for (const QStringList& arguments : {QStringList{"--list-plugins"}, QStringList{"--quit-after=0"}}) {
+                const auto other = home.run(arguments);
+                QVERIFY2(other.exitedWith(0), report(other).constData());
+                QVERIFY2(!other.out.contains(CrashReported) && !other.err.contains("Previous execution crashed"), report(other).constData());
+                QVERIFY(QFile::exists(home.marker()));
+                QCOMPARE(testsupport::readFile(home.marker()), marker);
+            }
+            first.write("quit\n");
+            QVERIFY2(first.ended(0), report(first).constData());
+        }
+        QVERIFY(!QFile::exists(home.marker()));
+    }
+
+    void restartLeavesNoCrash()
+    {
+        // A plugin asks for a restart: the marker goes before the new launcher starts, so that one tells no
+        // crash; what plugins add to its command line comes along, except from one whose prepareToRestart() threw.
+        Home home;
+        home.addBundled({"console"});
+        home.addFixture("again", "restart_after = 100, restart = { '--quit-after=1' }", "soft_depends = { 'console' }");
+        home.addFixture("thrower", "throw = { 'restart' }, restart = { '--never' }");
+        QProcess first;
+        first.setStandardOutputFile(home.path("out.txt"), QIODevice::Append); // shared with the detached successor
+        first.setStandardErrorFile(home.path("err.txt"), QIODevice::Append);
+        first.start(UPDATER_EXECUTABLE, home.arguments({}));
+        QVERIFY(first.waitForFinished(Timeout) && first.exitStatus() == QProcess::NormalExit && first.exitCode() == 0);
+        for (const QDeadlineTimer deadline(Timeout); testsupport::readFile(home.path("out.txt")).count(Stopping) < 2 && !deadline.hasExpired();)
+            QTest::qWait(50);
+        const QByteArray out = testsupport::readFile(home.path("out.txt"));
+        const QByteArray err = testsupport::readFile(home.path("err.txt"));
+        QVERIFY2(out.count(Stopping) == 2 && out.count("[console] updater ") == 2, out.constData());
+        QVERIFY2(!out.contains(CrashReported) && !err.contains("Previous execution crashed"), err.constData());
+        QVERIFY2(err.contains("   --restart   --quit-after=1\n"), err.constData());
+        QVERIFY2(err.contains("Plugin thrower threw an exception in prepareToRestart: thrower gave up in restart"), err.constData());
+        QVERIFY(!QFile::exists(home.marker()));
+    }
+
+    void quarantine()
+    {
+        // A plugin that kills the launcher while it starts: named at the next start, and after the second run in
+        // a row left out (persistently) until its library changes. A mandatory plugin is never left out.
+        Home home;
+        home.addBundled({"settings", "console"});
+        home.addFixture("bad", "crash_in_init = true", "soft_depends = { 'settings', 'console' }");
+        const QByteArray said = "[console] it ended while plugin bad was starting (%1 run(s) in a row)\n";
+        for (int run = 1; run <= 2; ++run) {
+            const auto crashed = home.run({"--quit-after=0"});
+            QVERIFY2(crashed.finished && crashed.status == QProcess::CrashExit, report(crashed).constData());
+            QCOMPARE(crashed.out.contains(QByteArray(said).replace("%1", "1")), run == 2);
+            QCOMPARE(crashed.err.contains("The previous run ended while plugin 'bad' was starting (1 run(s) in a row)"), run == 2);
+        }
+        const auto skipped = home.run({"--quit-after=0"});
+        QVERIFY2(skipped.exitedWith(0), report(skipped).constData());
+        QVERIFY2(skipped.out.contains(QByteArray(said).replace("%1", "2")), report(skipped).constData());
+        QVERIFY2(skipped.err.contains("Plugin bad crashed the launcher 2 runs in a row while starting: quarantined"), report(skipped).constData());
+        QVERIFY2(skipped.err.contains("Plugin bad not loaded: it is in \"plugins.quarantine\""), report(skipped).constData());
+        QVERIFY(testsupport::readFile(home.path(".config/Tarvel/updater/updater.ini")).contains("quarantine=bad:"));
+
+        const auto listed = home.run({"--list-plugins"});
+        QVERIFY2(listed.exitedWith(0), report(listed).constData());
+        QVERIFY2(QRegularExpression("\\d\\. bad  quarantined  .*\\n       error: Quarantined: ").match(QString::fromUtf8(listed.out)).hasMatch(),
+                 report(listed).constData());
+
+        // A new build of the library is tried again.
+        QFile library(home.path("plugins/libbad.so"));
+        QVERIFY(library.open(QIODevice::ReadWrite) && library.setFileTime(QDateTime::currentDateTime().addSecs(60), QFileDevice::FileModificationTime));
+        library.close();
+        const auto retried = home.run({"--quit-after=0"});
+        QVERIFY2(retried.finished && retried.status == QProcess::CrashExit, report(retried).constData());
+
+        // Mandatory: loaded again whatever happened before.
+        home.addFixture("bad", "crash_in_init = true", "soft_depends = { 'settings' }\nmandatory = true");
+        for (int run = 1; run <= 3; ++run) {
+            const auto crashed = home.run({"--quit-after=0"});
+            QVERIFY2(crashed.finished && crashed.status == QProcess::CrashExit, report(crashed).constData());
+        }
+    }
+
+    void exceptionsInEventHandlers()
+    {
+        // A plugin slot run by the event loop throws: the application object catches it, names the plugin, and
+        // the launcher goes on to its orderly end.
+        Home home;
+        home.addBundled({"console"});
+        home.addFixture("thrower", "throw = { 'timer' }", "soft_depends = { 'console' }");
+        const auto run = home.run({"--quit-after=1"});
+        QVERIFY2(run.exitedWith(0) && run.out.endsWith(Stopping), report(run).constData());
+        QVERIFY2(run.err.contains("Plugin thrower threw an exception in an event handler: thrower gave up in timer"),
+                 report(run).constData());
+    }
+
+    void addedPluginDirectory()
+    {
+        // --add-plugin-dir adds plugins to the bundled ones; a name already taken keeps its first descriptor.
+        Home home;
+        home.addBundled({"console"});
+        QTemporaryDir extra;
+        writeFile(extra.filePath("libsysinfo.so"), testsupport::readFile(BUNDLED_PLUGIN_DIR "/libsysinfo.so"));
+        writeFile(extra.filePath("sysinfo.updaterplugin"), testsupport::readFile(BUNDLED_PLUGIN_DIR "/sysinfo.updaterplugin"));
+        writeFile(extra.filePath("console.updaterplugin"), "name = 'console'\n");
+        const auto run = home.run({"--add-plugin-dir=" + extra.path(), "--list-plugins"});
+        QVERIFY2(run.exitedWith(0), report(run).constData());
+        QVERIFY2(run.out.startsWith("Plugins in " + home.path("plugins").toUtf8() + ", " + extra.path().toUtf8() + ": 2\n"), report(run).constData());
+        QVERIFY2(run.out.contains("[console] plugins loaded: sysinfo, console\n"), report(run).constData());
+        QVERIFY2(run.out.contains("  " + extra.filePath("console.updaterplugin").toUtf8() + ": the name console is already taken by "),
+                 report(run).constData());
+    }
+
     void emptyPluginDirectory()
     {
         Home home;
@@ -281,6 +457,8 @@ private slots:
             << QStringList() << QByteArray("plugins = { enable = { 'delta' } }\n") << "alpha, beta, console, delta, settings, sysinfo";
         QTest::newRow("enabled on the command line")
             << QStringList{"--plugins.enable=delta"} << QByteArray("x = 1\n") << "alpha, beta, console, delta, settings, sysinfo";
+        QTest::newRow("two disabled on the command line, a list with commas")
+            << QStringList{"--plugins.disable=alpha, sysinfo"} << QByteArray("x = 1\n") << "beta, console, settings";
     }
 
     void pluginSelection()

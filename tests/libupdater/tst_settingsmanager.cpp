@@ -285,6 +285,16 @@ private slots:
         // Nothing that parses as a host.
         row("/usr/share/updater/page.html", true);
         row("pages/index.html", true);
+        row("file:///usr/share/updater/page.html", true);
+        row("mailto:support", true);
+        row("updater:install?project=demo", true);
+        // A network scheme without a host: browsers and the desktop take what follows for the host.
+        row("https:evil.example/x", false);
+        row("https:///evil.example/x", false);
+        row("HTTP:evil.example", false, "http:evil.example");
+        row("ftp:/files", false);
+        row("ws:socket", false);
+        row("wss:///socket", false);
     }
 
     void trustedUrl()

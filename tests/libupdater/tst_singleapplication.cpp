@@ -16,7 +16,8 @@ const QString LongMessage = QStringLiteral("aé€🎮").repeated(1024 * 1024 / 
 
 // Another instance, of id argv[1]: prints its role. A primary prints each message and quits on
 // "quit"; a secondary sends the other arguments ("@long": LongMessage; "@wait": read a line
-// first, then allow 60 s) and exits with Sent or NotSent.
+// first, then allow 60 s) and exits with Sent or NotSent. A secondary given "@takeover=<ms>" waits
+// that long for the primary to go, prints "took over" or "forced", and serves as the primary.
 int playInstance(const QByteArray&, int argc, char** argv)
 {
     QtSingleCoreApplication app(QString::fromLocal8Bit(argv[1]), argc, argv);
@@ -29,6 +30,11 @@ int playInstance(const QByteArray&, int argc, char** argv)
     });
     if (!app.isRunning())
         return app.exec();
+    const QString takeOver = app.arguments().value(2);
+    if (takeOver.startsWith(QLatin1String("@takeover="))) {
+        std::puts(app.takeOver(takeOver.section(QLatin1Char('='), 1).toInt()) ? "took over" : "forced");
+        return app.exec();
+    }
     int timeout = 5000;
     for (const QString& argument : app.arguments().mid(2)) {
         if (argument == QLatin1String("@wait"))
@@ -111,6 +117,40 @@ private slots:
         QCOMPARE(finish(start(id, {"after", "quit"})), Sent);
         QCOMPARE(finish(successor), 0);
         QCOMPARE(received(successor), (QStringList{"after", "quit"}));
+    }
+
+    void takeOver_data()
+    {
+        // A restarted instance takes the place of the one that restarted it: it waits for it to go, or at last
+        // takes its place while it hangs on; either way, messages reach the new one, also after the old one ends.
+        QTest::addColumn<int>("oldQuitsAfterMs"); // -1: only after the wait
+        QTest::addColumn<QString>("outcome");
+        QTest::newRow("the old one goes in time") << 200 << "took over";
+        QTest::newRow("the old one hangs on") << -1 << "forced";
+    }
+
+    void takeOver()
+    {
+        QFETCH(int, oldQuitsAfterMs);
+        QProcess* old = start("restart");
+        QCOMPARE(line(old), QStringLiteral("primary"));
+        QProcess* restarted = start("restart", {oldQuitsAfterMs < 0 ? "@takeover=300" : "@takeover=20000"});
+        QCOMPARE(line(restarted), QStringLiteral("secondary"));
+        if (oldQuitsAfterMs >= 0) {
+            QTest::qWait(oldQuitsAfterMs);
+            old->kill();
+        }
+        QTEST(line(restarted), "outcome");
+        QCOMPARE(finish(start("restart", {"first"})), Sent);
+        if (oldQuitsAfterMs < 0) {
+            old->kill();
+            QCOMPARE(finish(old), -2);
+            QTest::qWait(600); // the successor takes the lock and serves its socket anew
+        }
+        QCOMPARE(finish(start("restart", {"second", "quit"})), Sent);
+        QCOMPARE(finish(restarted), 0);
+        QCOMPARE(received(restarted), (QStringList{"first", "second", "quit"}));
+        QVERIFY(received(old).isEmpty());
     }
 
     void simultaneousStartsElectOnePrimary()

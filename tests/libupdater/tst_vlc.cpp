@@ -10,6 +10,7 @@
 #include <QtWidgets/QtWidgets>
 
 #include <cstdio>
+#include <memory>
 
 // libvlc's log context as libvlc hands it to a log callback (libvlc.h leaves it opaque).
 struct vlc_log_t { std::uintptr_t id; const char *type, *module, *header, *file; int line; const char* func; unsigned long tid; };
@@ -180,6 +181,34 @@ private slots:
         QCOMPARE(states.count("0 Stopped"), 1);
         QVERIFY2(states.contains("0 State Changed Playing"), qPrintable(states.join('\n')));
         QCOMPARE(states.mid(states.size() - 2), QStringList({"0 Stopped", "0 State Changed Ended"}));
+    }
+
+    void graphicsItemCasts_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<bool>("isItem");
+        QTest::newRow("class name") << QByteArray("QGraphicsItem") << true;
+        QTest::newRow("identifier of older Qt versions") << QByteArray("com.trolltech.Qt.QGraphicsItem") << true;
+        QTest::newRow("identifier of Qt 6") << QByteArray("org.qt-project.Qt.QGraphicsItem") << true;
+        QTest::newRow("its own class") << QByteArray("tvl::updater::VlcVideoGraphicsItem") << false;
+        QTest::newRow("something else") << QByteArray("com.trolltech.Qt.QGraphicsWidget") << false;
+    }
+
+    void graphicsItemCasts()
+    {
+        // A meta-object cast by name yields the item's QGraphicsItem part, which lies apart from its QObject part.
+        QFETCH(QByteArray, name);
+        QFETCH(bool, isItem);
+        VlcPlayer player(&m_vlc);
+        std::unique_ptr<QGraphicsItem> item(player.createGraphicsItem(QSize(8, 8)));
+        auto* object = dynamic_cast<QObject*>(item.get());
+        QVERIFY(object && static_cast<void*>(object) != static_cast<void*>(item.get()));
+        void* cast = object->qt_metacast(name.constData());
+        if (isItem)
+            QCOMPARE(cast, static_cast<void*>(item.get()));
+        else
+            QCOMPARE(cast != nullptr, name.startsWith("tvl::"));
+        player.stop();
     }
 
     void playersOnOneInstance()
