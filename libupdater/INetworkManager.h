@@ -31,14 +31,21 @@ public:
     explicit INetworkManager(QObject* parent = nullptr);
     ~INetworkManager() override;
 
-    /// The access manager behind every request, for what the other operations do not cover.
+    /**
+     * The access manager behind every request, for what the other operations do not cover. A
+     * request made on it directly shares the proxy and the connection pool, but is outside the
+     * implementation's connection count, rate limit and retries.
+     */
     virtual QNetworkAccessManager* networkAccessManager() const = 0;
 
     virtual QNetworkReply* get(const QNetworkRequest& request) = 0;
     virtual QNetworkReply* post(const QNetworkRequest& request, const QByteArray& data) = 0;
     virtual QNetworkReply* head(const QNetworkRequest& request) = 0;
-    /// Fetches `url` into the file `filePath` as the data arrive; the reply finishes once the
-    /// file is complete, or with an error, in which case the file is removed.
+    /**
+     * Fetches `url` into the file `filePath`; the reply finishes once the file is complete, or
+     * with an error. The data go into a part file next to `filePath` until complete, and a later
+     * download of the same address into the same file may resume it; an implementation says how.
+     */
     virtual QNetworkReply* download(const QUrl& url, const QString& filePath) = 0;
 
     virtual QNetworkProxy proxy() const = 0;
