@@ -42,7 +42,6 @@ bool isTransientError(QNetworkReply::NetworkError error)
     case QNetworkReply::ProxyConnectionRefusedError:
     case QNetworkReply::ProxyConnectionClosedError:
     case QNetworkReply::ProxyTimeoutError:
-    case QNetworkReply::PartialContentError:
         return true;
     default:
         return false;

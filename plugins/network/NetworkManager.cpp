@@ -93,7 +93,7 @@ void NetworkManager::setUserAgent(const QString& userAgent)
 bool NetworkManager::isOnline() const
 {
     // Without a backend that knows (no network service on the machine), trying is the answer.
-    if (!QNetworkInformation::instance() && !QNetworkInformation::load(QNetworkInformation::Feature::Reachability))
+    if (!QNetworkInformation::instance() && !QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability))
         return true;
     return QNetworkInformation::instance()->reachability() != QNetworkInformation::Reachability::Disconnected;
 }
