@@ -5,7 +5,7 @@
 namespace tvl::updater {
 
 /// The content of every error built from texts and a code.
-class UpdaterErrorPrivate : public IUpdaterErrorPrivate
+class LIBUPDATER_EXPORT UpdaterErrorPrivate : public IUpdaterErrorPrivate
 {
 public:
     UpdaterErrorPrivate() = default;

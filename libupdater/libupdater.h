@@ -37,9 +37,4 @@
 #include <libupdater/UpdaterPluginsManager.h>
 #include <libupdater/UpdaterSettingsManager.h>
 
-// Video playback; the libvlc headers (Debian's libvlc-dev) give the types of its entry points,
-// while libvlc itself is loaded at run time.
-#include <libupdater/vlc/AbstractVideoPlayer.h>
-#include <libupdater/vlc/VlcInstance.h>
-#include <libupdater/vlc/VlcPlayer.h>
-#include <libupdater/vlc/VlcVideoGraphicsItem.h>
+// Video playback has its own umbrella header, <libupdater/vlc/vlc.h>: it needs the libvlc headers.

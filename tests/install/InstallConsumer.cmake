@@ -13,11 +13,23 @@ endfunction()
 
 run_step("install" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
 
-foreach(header basix/basix.h basix/Logger.h libupdater/libupdater.h libupdater/Updater.h)
+foreach(header basix/basix.h basix/Logger.h libupdater/libupdater.h libupdater/Updater.h libupdater/vlc/vlc.h
+        libupdater/UpdaterPluginsManager_p.h)
     if(NOT EXISTS "${prefix}/include/${header}")
         message(FATAL_ERROR "header ${header} was not installed")
     endif()
 endforeach()
+# Helpers that no interface names stay inside the library.
+foreach(header libupdater/QtLocalPeer_p.h libupdater/PluginCalls_p.h)
+    if(EXISTS "${prefix}/include/${header}")
+        message(FATAL_ERROR "private header ${header} was installed")
+    endif()
+endforeach()
+# A plugin without video needs no libvlc headers: the umbrella header leaves video out.
+file(READ "${prefix}/include/libupdater/libupdater.h" umbrella)
+if(umbrella MATCHES "#include <libupdater/vlc/")
+    message(FATAL_ERROR "libupdater/libupdater.h includes the video headers")
+endif()
 
 set(consumer_flags "")
 if(SANITIZE)
