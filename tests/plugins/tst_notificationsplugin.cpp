@@ -190,6 +190,12 @@ class TestNotificationsPlugin : public QObject
         return m_log.lines("plugins/notifications/NotificationsPlugin").filter(QRegularExpression("^3 (No desktop|Notifications go)"));
     }
 
+    /// Offers the service and starts `host`; true once the plugin took the service.
+    bool startOnService(NotificationsHost& host)
+    {
+        return m_desktop->offer() && host.start() && QTest::qWaitFor([&host] { return host.route() == "service"; });
+    }
+
     /// A notification shown on the service, once the service gave its id; 0 if it did not.
     uint showOnService(Notification* notification)
     {
@@ -275,10 +281,8 @@ private Q_SLOTS:
         QFETCH(QString, icon);
         QFETCH(QStringList, capabilities);
         m_desktop->server.capabilities = capabilities;
-        QVERIFY(m_desktop->offer());
         NotificationsHost host;
-        QVERIFY(host.start());
-        QTRY_COMPARE(host.route(), "service");
+        QVERIFY(startOnService(host));
 
         Notification* notification = host.create("Update finished", "Tarvel Racing 1.2 is ready", this);
         QVERIFY(notification);
@@ -308,10 +312,8 @@ private Q_SLOTS:
 
     void showingAgainReplaces()
     {
-        QVERIFY(m_desktop->offer());
         auto host = std::make_unique<NotificationsHost>();
-        QVERIFY(host->start());
-        QTRY_COMPARE(host->route(), "service");
+        QVERIFY(startOnService(*host));
         Notification* notification = host->create("Downloading", "10 %", this);
         const uint id = showOnService(notification);
         QVERIFY(id);
@@ -354,10 +356,8 @@ private Q_SLOTS:
     void serviceSignals()
     {
         QFETCH(QStringList, steps);
-        QVERIFY(m_desktop->offer());
         NotificationsHost host;
-        QVERIFY(host.start());
-        QTRY_COMPARE(host.route(), "service");
+        QVERIFY(startOnService(host));
         Notification* notification = host.create("Update failed", "Not enough space", this);
         const Signals observed(notification);
         const uint id = showOnService(notification);
@@ -384,10 +384,8 @@ private Q_SLOTS:
 
     void closedBeforeTheServiceAnswered()
     {
-        QVERIFY(m_desktop->offer());
         NotificationsHost host;
-        QVERIFY(host.start());
-        QTRY_COMPARE(host.route(), "service");
+        QVERIFY(startOnService(host));
         Notification* notification = host.create("Update failed", "Not enough space", this);
         const Signals observed(notification);
         notification->show();
