@@ -21,9 +21,8 @@ bool sameError(const UpdaterError& a, const UpdaterError& b)
 
 /**
  * What an error said when it was reported. A plugin may report an error whose content is a
- * class of its own; kept as it is, the error would call into that plugin's library after the
- * plugin was unloaded (in background mode, or at shutdown, which unloads the plugins that
- * report errors before this one).
+ * class of its own; kept as it is, the error would call into that plugin's library once the
+ * plugin is unloaded (in background mode, or at shutdown when it goes before this one).
  */
 class KeptError : public IUpdaterErrorPrivate
 {
