@@ -9,7 +9,11 @@
 
 namespace tvl::updater {
 
-/// Keeps the errors that plugins report, for display to the user and for support.
+/**
+ * Keeps the errors that plugins report, for display to the user and for support. Plugins
+ * report an error by posting an UpdaterPluginErrorEvent, which the implementation (the bundled
+ * errors plugin) receives and accepts when it keeps the error.
+ */
 class LIBUPDATER_EXPORT IUpdaterErrorManager : public QObject
 {
     Q_OBJECT
@@ -18,6 +22,8 @@ public:
     explicit IUpdaterErrorManager(QObject* parent = nullptr);
     ~IUpdaterErrorManager() override;
 
+    /// Keeps `error`; what happens to an error kept already, and how many are kept, is the
+    /// implementation's policy.
     virtual void addError(const UpdaterError& error) = 0;
     /// Removes every error whose errorId() is `errorId`.
     virtual void removeError(const QString& errorId) = 0;
@@ -34,7 +40,7 @@ protected:
 #else
 public:
 #endif
-    /// The set of errors changed.
+    /// The set of errors changed; emitted once for every change, and only then.
     Q_SIGNAL void errorsModified();
 };
 

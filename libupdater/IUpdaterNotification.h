@@ -12,6 +12,11 @@ namespace tvl::updater {
 /**
  * A desktop notification shown on behalf of a plugin; one object per notification. Set it up,
  * show() it, and follow clicked() and closed().
+ *
+ * The objects come from the bundled notifications plugin: its registered object
+ * "notifications" has the invokable `tvl::updater::IUpdaterNotification*
+ * createNotification(QObject* parent)`, reached with QMetaObject::invokeMethod() and
+ * Q_RETURN_ARG (docs/plugins.md shows the call).
  */
 class LIBUPDATER_EXPORT IUpdaterNotification : public QObject
 {
