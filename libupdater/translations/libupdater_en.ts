@@ -37,6 +37,25 @@
     </message>
 </context>
 <context>
+    <name>tvl::updater::UpdaterPluginInfo</name>
+    <message>
+        <source>it sets no &quot;name&quot;</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Cannot load %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Its library %1 is already loaded as plugin %2.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>%1 holds no plugin object (no class derived from UpdaterPlugin).</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>tvl::updater::UpdaterPluginsManager</name>
     <message>
         <source>Initialisation failed</source>
@@ -57,6 +76,26 @@ If the problem persists, please contact our customers service.</source>
     </message>
     <message>
         <source>Unloading %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>the name %1 is already taken by %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Quarantined: it crashed the launcher while starting, twice in a row. It is tried again once its library changes, or when it is removed from the setting &quot;plugins.quarantine&quot;.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>It needs %1, which is not loaded.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Its init() failed.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Its init() failed: %1</source>
         <translation type="unfinished"></translation>
     </message>
 </context>

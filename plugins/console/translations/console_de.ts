@@ -86,5 +86,12 @@
         <source>none</source>
         <translation>keine</translation>
     </message>
+    <message numerus="yes">
+        <source>it ended while plugin %1 was starting (%n run(s) in a row)</source>
+        <translation>
+            <numerusform>er endete, während das Plugin %1 startete (%n Lauf in Folge)</numerusform>
+            <numerusform>er endete, während das Plugin %1 startete (%n Läufe in Folge)</numerusform>
+        </translation>
+    </message>
 </context>
 </TS>

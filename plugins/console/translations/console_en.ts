@@ -86,5 +86,12 @@
         <source>none</source>
         <translation type="unfinished"></translation>
     </message>
+    <message numerus="yes">
+        <source>it ended while plugin %1 was starting (%n run(s) in a row)</source>
+        <translation type="unfinished">
+            <numerusform></numerusform>
+            <numerusform></numerusform>
+        </translation>
+    </message>
 </context>
 </TS>

@@ -86,5 +86,12 @@
         <source>none</source>
         <translation>aucun</translation>
     </message>
+    <message numerus="yes">
+        <source>it ended while plugin %1 was starting (%n run(s) in a row)</source>
+        <translation>
+            <numerusform>elle s'est arrêtée pendant le démarrage du module %1 (%n exécution de suite)</numerusform>
+            <numerusform>elle s'est arrêtée pendant le démarrage du module %1 (%n exécutions de suite)</numerusform>
+        </translation>
+    </message>
 </context>
 </TS>
