@@ -13,6 +13,7 @@
 #include <QtCore/QLockFile>
 #include <QtCore/QSaveFile>
 
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -164,6 +165,31 @@ ErrorCode InstallDirectory::codeFor(int error)
     }
 }
 
+int InstallDirectory::replaceFile(const QString& path, QByteArrayView data)
+{
+    static std::atomic<quint64> counter{0};
+    const QByteArray target = encoded(path);
+    const QByteArray temporary = target + ".part" + QByteArray::number(::getpid()) + '.' + QByteArray::number(counter++);
+    const int fd = ::open(temporary.constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return errno;
+    int error = 0;
+    for (qsizetype written = 0; written < data.size() && !error;) {
+        const ssize_t n = ::write(fd, data.data() + written, size_t(data.size() - written));
+        if (n < 0 && errno != EINTR)
+            error = errno;
+        else if (n > 0)
+            written += n;
+    }
+    if (::close(fd) != 0 && !error)
+        error = errno;
+    if (!error && ::rename(temporary.constData(), target.constData()) != 0)
+        error = errno;
+    if (error)
+        ::unlink(temporary.constData());
+    return error;
+}
+
 void InstallDirectory::syncFileSystem(const QString& path)
 {
     const int fd = ::open(encoded(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -256,13 +282,13 @@ ErrorCode InstallDirectory::recover(QString* error)
 
 ErrorCode InstallDirectory::commit(const Journal& journal, QString* error)
 {
-    // The staged files reach the disk before the journal can point at them.
-    syncFileSystem(m_root);
-    QSaveFile file(meta(QStringLiteral("journal.json")));
-    if (!file.open(QIODevice::WriteOnly) || file.write(journal.toJson()) < 0 || !file.commit()) {
-        *error = QStringLiteral("Cannot write the journal %1: %2. Nothing was changed.").arg(file.fileName(), file.errorString());
-        return file.error() == QFileDevice::ResourceError ? ErrorCode::DiskFull : ErrorCode::IoError;
+    if (const int code = replaceFile(meta(QStringLiteral("journal.json")), journal.toJson())) {
+        *error = systemError(QStringLiteral("Cannot write the journal"), meta(QStringLiteral("journal.json")), code)
+            + QStringLiteral(". Nothing was changed.");
+        return codeFor(code);
     }
+    // One flush for everything staged and the journal, before the first move.
+    syncFileSystem(m_root);
     return apply(journal, error);
 }
 

@@ -79,6 +79,12 @@ public:
 
     /// The error kind of a failed system call.
     static ErrorCode codeFor(int error);
+    /**
+     * Writes `data` to a temporary file next to `path` and renames it over `path`, without a
+     * flush to the disk (QSaveFile flushes every file): for chunks, which are many and which a
+     * lost write only makes fetch again. Returns 0 or the errno of the failure.
+     */
+    static int replaceFile(const QString& path, QByteArrayView data);
     /// Flushes the file system that holds `path` to the disk.
     static void syncFileSystem(const QString& path);
 

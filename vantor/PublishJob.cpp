@@ -14,6 +14,7 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSaveFile>
 
+#include <cerrno>
 #include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -126,10 +127,10 @@ Failure Job::publish()
             if (stored <= 0) {
                 const QByteArray compressed = zstd::compress(bytes, o.compressionLevel);
                 QDir().mkpath(QFileInfo(name).absolutePath());
-                QSaveFile output(name);
-                if (compressed.isEmpty() || !output.open(QIODevice::WriteOnly) || output.write(compressed) < 0 || !output.commit()) {
+                const int error = compressed.isEmpty() ? EIO : InstallDirectory::replaceFile(name, compressed);
+                if (error) {
                     QMutexLocker locker(&mutex);
-                    failure = QStringLiteral("Cannot write %1: %2").arg(name, output.errorString());
+                    failure = QStringLiteral("Cannot write %1: %2").arg(name, qt_error_string(error));
                     return;
                 }
                 stored = compressed.size();

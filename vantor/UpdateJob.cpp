@@ -8,7 +8,6 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
-#include <QtCore/QSaveFile>
 #include <QtCore/QSet>
 #include <QtCore/QStorageInfo>
 
@@ -68,10 +67,9 @@ QList<const Manifest::File*> changedFiles(const Manifest& next, const Manifest* 
 
 Failure Job::writeStaged(const QString& name, const QByteArray& content)
 {
-    QSaveFile file(m_directory.staging(name));
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0 || !file.commit())
-        return {file.error() == QFileDevice::ResourceError ? ErrorCode::DiskFull : ErrorCode::IoError,
-                QStringLiteral("Cannot write %1: %2. Nothing was changed.").arg(file.fileName(), file.errorString())};
+    if (const int error = InstallDirectory::replaceFile(m_directory.staging(name), content))
+        return {InstallDirectory::codeFor(error),
+                QStringLiteral("Cannot write %1: %2. Nothing was changed.").arg(m_directory.staging(name), qt_error_string(error))};
     return {};
 }
 
@@ -281,11 +279,11 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
                                QStringLiteral("Chunk %1 from the repository is not what the signed manifest says: the repository "
                                               "is damaged or was tampered with. Nothing was changed.").arg(QString::fromLatin1(chunk.sha256))};
                 } else {
-                    QSaveFile cached(m_directory.cachedChunk(chunk.sha256));
-                    cached.setDirectWriteFallback(false);
-                    if (cached.open(QIODevice::WriteOnly))
-                        cached.write(outcome.body), cached.commit();
-                    if (const int error = place(chunk, data))
+                    // Kept for a run that goes on after this one is interrupted.
+                    int error = InstallDirectory::replaceFile(m_directory.cachedChunk(chunk.sha256), outcome.body);
+                    if (!error)
+                        error = place(chunk, data);
+                    if (error)
                         verdict = {FetchOutcome::Rejected, outcome.id, {}, InstallDirectory::codeFor(error),
                                    QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(error))};
                 }
@@ -409,8 +407,7 @@ Failure Job::keepForRollback(const Manifest& current, const InstallState& state,
     }
     for (const auto& [name, content] : {std::pair{QStringLiteral("manifest.json"), current.toJson()},
                                         std::pair{QStringLiteral("state.json"), state.toJson()}}) {
-        QSaveFile file(store + QLatin1Char('/') + name);
-        if (!file.open(QIODevice::WriteOnly) || file.write(content) < 0 || !file.commit()) {
+        if (InstallDirectory::replaceFile(store + QLatin1Char('/') + name, content) != 0) {
             tvl::Filesystem::remove(store, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
             return {};
         }

@@ -9,6 +9,7 @@
 
 #include <vantor/Crypto_p.h>
 #include <vantor/Keys.h>
+#include <vantor/Manifest_p.h>
 #include <vantor/Operation.h>
 
 #include <QtCore/QCryptographicHash>
@@ -193,5 +194,28 @@ struct Repository
     QTemporaryDir dir;
     QByteArray publicKey, secretKey;
 };
+
+/// The chunks that an interrupted run kept in the install directory, by name.
+inline QSet<QString> keptChunks(const QString& installDirectory)
+{
+    QSet<QString> names;
+    for (const QFileInfo& file : QDir(installDirectory + "/.vantor/chunks").entryInfoList({"*.zst"}, QDir::Files))
+        names.insert(file.completeBaseName());
+    return names;
+}
+
+/// The stored size of the chunks of the manifest installed in `installDirectory`, less `except`.
+inline qint64 storedBytes(const QString& installDirectory, const QSet<QString>& except = {})
+{
+    tvl::vantor::Manifest manifest;
+    QString error;
+    manifest.fromJson(testsupport::readFile(installDirectory + "/.vantor/manifest.json"), &error);
+    qint64 bytes = 0;
+    for (auto it = manifest.chunks.cbegin(); it != manifest.chunks.cend(); ++it) {
+        if (!except.contains(QString::fromLatin1(it.key())))
+            bytes += it->storedSize;
+    }
+    return bytes;
+}
 
 } // namespace vantortest
