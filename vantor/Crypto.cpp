@@ -1,9 +1,19 @@
 #include "Crypto_p.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <sodium.h>
 
 namespace tvl::vantor {
+
+void initializeCrypto()
+{
+    static const bool initialized = [] {
+        OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+        return ed25519::initialize();
+    }();
+    Q_UNUSED(initialized);
+}
 
 struct Sha256::Context
 {

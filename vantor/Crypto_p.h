@@ -7,6 +7,12 @@
 
 namespace tvl::vantor {
 
+/**
+ * Initialises OpenSSL and libsodium once, on the calling thread. OpenSSL's first use keeps some
+ * state of the thread that made it; done on a worker thread that ends, that state is lost.
+ */
+void initializeCrypto();
+
 /// SHA-256 through OpenSSL's EVP interface, which uses the CPU's SHA instructions.
 class Sha256
 {

@@ -172,7 +172,7 @@ void Fetcher::begin(Transfer* transfer)
 void Fetcher::readFrom(Transfer* transfer)
 {
     QNetworkReply* reply = transfer->reply;
-    if (!reply)
+    if (!reply || !reply->isOpen())
         return;
     const QByteArray data = reply->readAll();
     if (data.isEmpty())

@@ -5,6 +5,7 @@
 #include <basix/Filesystem.h>
 #include <basix/Logger.h>
 
+#include <QtCore/QDateTime>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QJsonArray>
@@ -12,6 +13,7 @@
 #include <QtCore/QJsonObject>
 #include <QtCore/QLockFile>
 #include <QtCore/QSaveFile>
+#include <QtCore/QThread>
 
 #include <atomic>
 #include <cerrno>
@@ -212,6 +214,22 @@ ErrorCode InstallDirectory::lock(int timeoutMs, QString* error)
     m_lock->setStaleLockTime(0);
     if (m_lock->tryLock(timeoutMs))
         return ErrorCode::NoError;
+    qint64 ownerPid = 0;
+    QString ownerHost, ownerApplication;
+    if (m_lock->error() == QLockFile::LockFailedError && !m_lock->getLockInfo(&ownerPid, &ownerHost, &ownerApplication)) {
+        // A lock file without its owner's record: a process died between creating the file and
+        // writing into it, which takes microseconds. One that stays so for a second is taken over.
+        const QString lockPath = meta(QStringLiteral("lock"));
+        const qint64 age = QFileInfo(lockPath).lastModified().msecsTo(QDateTime::currentDateTime());
+        if (age < 1000)
+            QThread::msleep(ulong(std::clamp<qint64>(1000 - age, 0, 1000)));
+        if (!m_lock->getLockInfo(&ownerPid, &ownerHost, &ownerApplication)) {
+            TVL_LOG(tvl::Logger::Notice) << "Taking over the abandoned lock file" << lockPath;
+            m_lock->removeStaleLockFile();
+            if (m_lock->tryLock(timeoutMs))
+                return ErrorCode::NoError;
+        }
+    }
     if (m_lock->error() == QLockFile::LockFailedError) {
         qint64 pid = 0;
         QString host, application;
@@ -223,6 +241,11 @@ ErrorCode InstallDirectory::lock(int timeoutMs, QString* error)
     *error = QStringLiteral("Cannot take the lock of %1: permission denied. Choose a directory you may write to.")
                  .arg(m_root);
     return ErrorCode::PermissionDenied;
+}
+
+void InstallDirectory::unlock()
+{
+    m_lock.reset();
 }
 
 bool InstallDirectory::isInstalled() const

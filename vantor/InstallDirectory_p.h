@@ -67,6 +67,7 @@ public:
 
     /// Takes the directory's lock, waiting at most `timeoutMs`.
     ErrorCode lock(int timeoutMs, QString* error);
+    void unlock();
     bool isInstalled() const;
     ErrorCode readState(InstallState* state, QString* error) const;
     ErrorCode readManifest(Manifest* manifest, QString* error) const;

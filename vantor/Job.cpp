@@ -362,8 +362,10 @@ Failure Job::uninstall()
     std::sort(journal.removeDirectories.rbegin(), journal.removeDirectories.rend());
     m_result->updatedFiles = journal.deletes;
     code = m_directory.commit(journal, &message);
-    if (code == ErrorCode::NoError)
+    if (code == ErrorCode::NoError) {
+        m_directory.unlock();
         tvl::Filesystem::remove(m_directory.meta(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    }
     return {code, message};
 }
 

@@ -1,5 +1,6 @@
 #include "Operation_p.h"
 
+#include "Crypto_p.h"
 #include "Fetcher_p.h"
 #include "Job_p.h"
 #include "NetworkTransport.h"
@@ -68,6 +69,7 @@ Operation::Operation(Kind kind, const Options& options, QObject* parent)
     , d(new OperationPrivate(this, kind, options))
 {
     registerMetaTypes();
+    initializeCrypto();
 }
 
 Operation::~Operation()

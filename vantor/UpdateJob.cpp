@@ -113,8 +113,25 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         }
         stagingBytes += targets.at(t)->size;
     }
+    // Files that an interrupted run had already assembled and verified count as sources too.
+    // (A run killed while it copied from them left them in "staging.previous".)
+    const QString previousStaging = m_directory.meta(QStringLiteral("staging.previous"));
+    const QString list = QStringLiteral("/staged.json");
+    if (QFile::exists(m_directory.staging() + list) || !QFile::exists(previousStaging + list)) {
+        tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+        if (QFile::exists(m_directory.staging() + list))
+            QFile::rename(m_directory.staging(), previousStaging);
+    }
+    Manifest staged;
+    QList<SourceTree> allSources = sources;
+    QFile stagedFile(previousStaging + list);
+    QString ignored;
+    if (stagedFile.open(QIODevice::ReadOnly) && staged.fromJson(stagedFile.readAll(), &ignored))
+        allSources.append({previousStaging, &staged});
+    stagedFile.close();
+
     QHash<QByteArray, QList<Location>> located;
-    for (const SourceTree& source : sources) {
+    for (const SourceTree& source : std::as_const(allSources)) {
         for (const Manifest::File& file : source.manifest->files) {
             qint64 offset = 0;
             for (const QByteArray& chunk : file.chunks) {
@@ -220,6 +237,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
             writeError = error;
         m_context->bytesDone += chunk.info.size;
     });
+    tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     if (cancelled())
         return cancelledFailure();
     if (writeError)
@@ -323,6 +341,17 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         return {ErrorCode::HashMismatch,
                 QStringLiteral("The assembled %1 does not match the manifest: a file changed while it was read. Nothing "
                                "was changed; run it again.").arg(targets.at(mismatch)->path)};
+    // The staged files now hold every fetched chunk: a list of them lets a later run reuse them,
+    // and the fetched copies go before the flush has to write them to the disk.
+    Manifest stagedList;
+    stagedList.chunks = next.chunks;
+    for (int t = 0; t < targets.size(); ++t) {
+        Manifest::File file = *targets.at(t);
+        file.path = QStringLiteral("f%1").arg(t);
+        stagedList.files.append(file);
+    }
+    if (!writeStaged(QStringLiteral("staged.json"), stagedList.toJson()))
+        tvl::Filesystem::remove(m_directory.meta(QStringLiteral("chunks")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     return {};
 }
 

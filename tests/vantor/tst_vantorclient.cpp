@@ -396,8 +396,8 @@ private slots:
         // One that waits gets its turn and finds the work done.
         quick.start(VANTOR_TOOL, QStringList{"update", "--wait", "60"} + arguments);
         QVERIFY(slow.waitForFinished(60'000) && quick.waitForFinished(60'000));
-        QCOMPARE(slow.exitCode(), 0);
-        QCOMPARE(quick.exitCode(), 0);
+        QVERIFY2(slow.exitStatus() == QProcess::NormalExit && slow.exitCode() == 0, slow.readAllStandardError().constData());
+        QVERIFY2(quick.exitStatus() == QProcess::NormalExit && quick.exitCode() == 0, quick.readAllStandardError().constData());
         QVERIFY(quick.readAllStandardOutput().contains("Version 2.0 is installed and current."));
         QCOMPARE(treeDigest(dir), treeDigest(served.repository.source(2)));
     }
