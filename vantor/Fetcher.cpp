@@ -2,6 +2,8 @@
 
 #include "Transport.h"
 
+#include <basix/Logger.h>
+
 #include <QtNetwork/QNetworkReply>
 
 #include <algorithm>
@@ -37,6 +39,10 @@ bool JobContext::next(FetchOutcome* outcome)
 
 void JobContext::setStage(Progress::Stage value, qint64 total, int files)
 {
+    if (stageClock.isValid())
+        TVL_LOG(tvl::Logger::Info) << "Stage" << stage.load() << "took" << stageClock.elapsed() << "ms," << bytesDone.load()
+                                   << "bytes";
+    stageClock.start();
     bytesDone = 0;
     filesDone = 0;
     bytesTotal = total;
@@ -135,7 +141,7 @@ void Fetcher::pump()
     // small, so pacing their starts paces the bytes.
     while (!m_context->cancelled && !m_waiting.empty() && m_running < std::max(1, m_options.connections)
            && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
-        auto* transfer = new Transfer{m_waiting.front(), {}, 0, {}};
+        auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, {}};
         m_waiting.pop_front();
         ++m_running;
         begin(transfer);
@@ -163,7 +169,7 @@ void Fetcher::begin(Transfer* transfer)
     QNetworkReply* reply = m_transport->get(request);
     transfer->reply = reply;
     transfer->attempt++;
-    reply->setProperty("vantorIncoming", QByteArray());
+    transfer->incoming.clear();
     m_active.insert(reply, transfer);
     connect(reply, &QNetworkReply::readyRead, this, [this, transfer] { readFrom(transfer); });
     connect(reply, &QNetworkReply::finished, this, [this, transfer] { onFinished(transfer); });
@@ -182,8 +188,8 @@ void Fetcher::readFrom(Transfer* transfer)
     m_context->bytesDownloaded += data.size();
     if (m_context->stage == Progress::Downloading)
         m_context->bytesDone += data.size();
-    QByteArray incoming = reply->property("vantorIncoming").toByteArray() + data;
-    if (transfer->body.size() + incoming.size() > transfer->item.maxBytes) {
+    transfer->incoming += data;
+    if (transfer->body.size() + transfer->incoming.size() > transfer->item.maxBytes) {
         reply->disconnect(this);
         reply->abort();
         fail(transfer, ErrorCode::HashMismatch,
@@ -191,7 +197,6 @@ void Fetcher::readFrom(Transfer* transfer)
                             "tampered with. Nothing was changed.").arg(transfer->item.path));
         return;
     }
-    reply->setProperty("vantorIncoming", incoming);
 }
 
 void Fetcher::refill()
@@ -219,7 +224,7 @@ void Fetcher::onFinished(Transfer* transfer)
         return;
     }
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const QByteArray incoming = reply->property("vantorIncoming").toByteArray();
+    const QByteArray incoming = std::exchange(transfer->incoming, {});
     const bool partial = status == 206;
     const bool received = status == 200 || partial || (status == 0 && reply->url().isLocalFile());
     if (received) {

@@ -61,6 +61,8 @@ struct JobContext
     /// Fetched bytes that the worker has not consumed yet: transfers wait while it is high.
     std::atomic<qint64> backlog{0};
 
+    QElapsedTimer stageClock;   ///< since the stage began, for the log
+
     QMutex mutex;
     QWaitCondition wake;
     std::deque<FetchOutcome> outcomes;
@@ -100,7 +102,8 @@ private:
     struct Transfer
     {
         FetchItem item;
-        QByteArray body;
+        QByteArray body;       ///< what earlier attempts received
+        QByteArray incoming;   ///< what this attempt received so far
         int attempt = 0;
         QPointer<QNetworkReply> reply;
     };

@@ -72,6 +72,7 @@ UpdateResultPtr Job::run()
         }
     }
     m_pool.waitForDone();
+    m_context->setStage(Progress::Idle);
     if (failure && cancelled())
         failure = cancelledFailure();
     m_result->success = !failure;

@@ -47,13 +47,26 @@ bool isSafeSymlink(const QString& path, const QString& target)
 
 QByteArray Manifest::toJson() const
 {
+    // Each hash is written once, in the chunk table; files name their chunks by their place in
+    // it, which keeps the manifest (fetched with every update) small.
+    QList<QByteArray> order = chunks.keys();
+    std::sort(order.begin(), order.end());
+    QHash<QByteArray, int> position;
+    QJsonArray chunkArray;
+    for (const QByteArray& hash : std::as_const(order)) {
+        position.insert(hash, int(chunkArray.size()));
+        const Chunk& chunk = chunks[hash];
+        chunkArray.append(QJsonArray{QString::fromLatin1(hash), chunk.size, chunk.storedSize});
+    }
     QJsonArray fileArray;
     for (const File& f : files) {
-        QJsonArray chunkArray;
+        QJsonArray indices;
         for (const QByteArray& chunk : f.chunks)
-            chunkArray.append(QString::fromLatin1(chunk));
-        QJsonObject object{{QStringLiteral("path"), f.path}, {QStringLiteral("size"), f.size},
-                           {QStringLiteral("sha256"), QString::fromLatin1(f.sha256)}, {QStringLiteral("chunks"), chunkArray}};
+            indices.append(position.value(chunk, -1));
+        QJsonObject object{{QStringLiteral("path"), f.path}, {QStringLiteral("size"), f.size}, {QStringLiteral("chunks"), indices}};
+        // A file of one chunk has that chunk's hash: it is not written twice.
+        if (f.chunks.size() != 1 || f.chunks.first() != f.sha256)
+            object.insert(QStringLiteral("sha256"), QString::fromLatin1(f.sha256));
         if (f.executable)
             object.insert(QStringLiteral("executable"), true);
         fileArray.append(object);
@@ -61,9 +74,6 @@ QByteArray Manifest::toJson() const
     QJsonArray linkArray;
     for (const Symlink& link : symlinks)
         linkArray.append(QJsonObject{{QStringLiteral("path"), link.path}, {QStringLiteral("target"), link.target}});
-    QJsonObject chunkObject;
-    for (auto it = chunks.cbegin(); it != chunks.cend(); ++it)
-        chunkObject.insert(QString::fromLatin1(it.key()), QJsonArray{it->size, it->storedSize});
     const QJsonObject root{{QStringLiteral("format"), Format},
                            {QStringLiteral("project"), project},
                            {QStringLiteral("version"), version},
@@ -71,7 +81,7 @@ QByteArray Manifest::toJson() const
                            {QStringLiteral("directories"), QJsonArray::fromStringList(directories)},
                            {QStringLiteral("files"), fileArray},
                            {QStringLiteral("symlinks"), linkArray},
-                           {QStringLiteral("chunks"), chunkObject}};
+                           {QStringLiteral("chunks"), chunkArray}};
     return QJsonDocument(root).toJson(QJsonDocument::Compact);
 }
 
@@ -97,6 +107,13 @@ bool Manifest::fromJson(const QByteArray& json, QString* error, bool* unsafePath
     directories.clear();
     for (const QJsonValue& value : root.value(QStringLiteral("directories")).toArray())
         directories.append(value.toString());
+    chunks.clear();
+    QList<QByteArray> table;
+    for (const QJsonValue& value : root.value(QStringLiteral("chunks")).toArray()) {
+        const QJsonArray entry = value.toArray();
+        table.append(entry.at(0).toString().toLatin1());
+        chunks.insert(table.last(), {entry.at(1).toInteger(-1), entry.at(2).toInteger(-1)});
+    }
     files.clear();
     for (const QJsonValue& value : root.value(QStringLiteral("files")).toArray()) {
         const QJsonObject object = value.toObject();
@@ -104,21 +121,20 @@ bool Manifest::fromJson(const QByteArray& json, QString* error, bool* unsafePath
         f.path = object.value(QStringLiteral("path")).toString();
         f.size = object.value(QStringLiteral("size")).toInteger(-1);
         f.executable = object.value(QStringLiteral("executable")).toBool();
-        f.sha256 = object.value(QStringLiteral("sha256")).toString().toLatin1();
-        for (const QJsonValue& chunk : object.value(QStringLiteral("chunks")).toArray())
-            f.chunks.append(chunk.toString().toLatin1());
+        for (const QJsonValue& index : object.value(QStringLiteral("chunks")).toArray()) {
+            const qint64 i = index.toInteger(-1);
+            // An index outside the table names no chunk, which validation refuses.
+            f.chunks.append(i >= 0 && i < table.size() ? table.at(i) : QByteArray());
+        }
+        f.sha256 = object.contains(QStringLiteral("sha256")) || f.chunks.size() != 1
+            ? object.value(QStringLiteral("sha256")).toString().toLatin1()
+            : f.chunks.first();
         files.append(std::move(f));
     }
     symlinks.clear();
     for (const QJsonValue& value : root.value(QStringLiteral("symlinks")).toArray()) {
         const QJsonObject object = value.toObject();
         symlinks.append({object.value(QStringLiteral("path")).toString(), object.value(QStringLiteral("target")).toString()});
-    }
-    chunks.clear();
-    const QJsonObject chunkObject = root.value(QStringLiteral("chunks")).toObject();
-    for (auto it = chunkObject.begin(); it != chunkObject.end(); ++it) {
-        const QJsonArray sizes = it.value().toArray();
-        chunks.insert(it.key().toLatin1(), {sizes.at(0).toInteger(-1), sizes.at(1).toInteger(-1)});
     }
     *error = validate(unsafePath);
     return error->isEmpty();

@@ -151,7 +151,7 @@ Failure Job::publish()
         return {ErrorCode::PathEscape, QStringLiteral("Cannot publish %1: %2.").arg(source, invalid)};
 
     m_context->setStage(Progress::Finishing);
-    const QByteArray stored = zstd::compress(manifest.toJson(), 9);
+    const QByteArray stored = zstd::compress(manifest.toJson(), 6);
     ReleaseRecord record;
     record.project = o.project;
     record.channel = o.channel;
