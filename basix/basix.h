@@ -13,6 +13,5 @@
 #include <basix/StandardErrorLoggerOutput.h>
 #include <basix/StringUtils.h>
 #include <basix/SystemEnvironment.h>
-#include <basix/VantorTypes.h>
 #include <basix/VariantUtils.h>
 #include <basix/VersionNumber.h>

@@ -2,7 +2,7 @@
 
 #include <libupdater/LibupdaterExport.h>
 
-#include <basix/VantorTypes.h>
+#include <vantor/VantorTypes.h>
 
 #include <QtCore/QFlags>
 #include <QtCore/QObject>

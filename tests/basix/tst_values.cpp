@@ -1,5 +1,4 @@
 #include <basix/StringUtils.h>
-#include <basix/VantorTypes.h>
 #include <basix/VariantUtils.h>
 
 #include <QtTest/QtTest>
@@ -29,16 +28,6 @@ private slots:
                                    QStringList(), QVariant::fromValue<QObject*>(this)};
         for (const QVariant& value : values)
             QVERIFY2(!tvl::isNull(value), value.typeName());
-    }
-
-    void progress()
-    {
-        const std::tuple<qint64, qint64, double> rows[] = {{500, 0, 0}, {250, 1000, 0.25}, {1500, 1000, 1}, {-10, 1000, 0}};
-        for (const auto& [done, total, fraction] : rows)
-            QCOMPARE((tvl::vantor::Progress{QString(), {}, done, total}.fraction()), fraction);
-        tvl::vantor::registerMetaTypes(); // queued connections find the types by these names
-        const QMetaType progress = QMetaType::fromName("tvl::vantor::Progress"), result = QMetaType::fromName("tvl::vantor::UpdateResultPtr");
-        QVERIFY(progress == QMetaType::fromType<tvl::vantor::Progress>() && result == QMetaType::fromType<tvl::vantor::UpdateResultPtr>());
     }
 };
 

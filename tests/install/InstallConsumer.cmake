@@ -14,7 +14,7 @@ endfunction()
 run_step("install" "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${prefix}")
 
 foreach(header basix/basix.h basix/Logger.h libupdater/libupdater.h libupdater/Updater.h libupdater/vlc/vlc.h
-        libupdater/UpdaterPluginsManager_p.h)
+        libupdater/UpdaterPluginsManager_p.h vantor/vantor.h vantor/VantorTypes.h)
     if(NOT EXISTS "${prefix}/include/${header}")
         message(FATAL_ERROR "header ${header} was not installed")
     endif()

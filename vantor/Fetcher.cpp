@@ -1,0 +1,289 @@
+#include "Fetcher_p.h"
+
+#include "Transport.h"
+
+#include <basix/Logger.h>
+
+#include <QtNetwork/QNetworkReply>
+
+#include <algorithm>
+
+namespace tvl::vantor {
+
+void JobContext::deliver(FetchOutcome outcome)
+{
+    QMutexLocker locker(&mutex);
+    backlog += outcome.body.size();
+    outcomes.push_back(std::move(outcome));
+    wake.wakeAll();
+}
+
+void JobContext::cancel()
+{
+    cancelled = true;
+    QMutexLocker locker(&mutex);
+    wake.wakeAll();
+}
+
+bool JobContext::next(FetchOutcome* outcome)
+{
+    QMutexLocker locker(&mutex);
+    while (outcomes.empty() && !cancelled)
+        wake.wait(&mutex);
+    if (cancelled)
+        return false;
+    *outcome = std::move(outcomes.front());
+    outcomes.pop_front();
+    return true;
+}
+
+void JobContext::setStage(Progress::Stage value, qint64 total, int files)
+{
+    if (stageClock.isValid())
+        TVL_LOG(tvl::Logger::Info) << "Stage" << stage.load() << "took" << stageClock.elapsed() << "ms," << bytesDone.load()
+                                   << "bytes";
+    stageClock.start();
+    bytesDone = 0;
+    filesDone = 0;
+    bytesTotal = total;
+    filesTotal = files;
+    stage = value;
+}
+
+namespace {
+
+bool isRetryable(QNetworkReply::NetworkError error, int status)
+{
+    if (status == 408 || status == 429 || status >= 500)
+        return true;
+    switch (error) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::RemoteHostClosedError:
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError: // a transfer time-out ends like this
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::UnknownNetworkError:
+    case QNetworkReply::ProxyConnectionClosedError:
+    case QNetworkReply::ProxyTimeoutError:
+    case QNetworkReply::UnknownProxyError:
+    case QNetworkReply::InternalServerError:
+    case QNetworkReply::ServiceUnavailableError:
+    case QNetworkReply::UnknownServerError:
+    case QNetworkReply::ProtocolFailure:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+Fetcher::Fetcher(Transport* transport, const Options& options, std::shared_ptr<JobContext> context, QObject* parent)
+    : QObject(parent)
+    , m_transport(transport)
+    , m_options(options)
+    , m_context(std::move(context))
+{
+    if (m_options.rateLimit > 0) {
+        m_rateTimer.setInterval(20);
+        connect(&m_rateTimer, &QTimer::timeout, this, &Fetcher::refill);
+        m_rateClock.start();
+    }
+}
+
+Fetcher::~Fetcher()
+{
+    abortAll();
+}
+
+void Fetcher::enqueue(const QList<FetchItem>& items)
+{
+    QMetaObject::invokeMethod(this, [this, items] { add(items); }, Qt::QueuedConnection);
+}
+
+void Fetcher::poke()
+{
+    QMetaObject::invokeMethod(this, [this] { pump(); }, Qt::QueuedConnection);
+}
+
+void Fetcher::stop()
+{
+    QMetaObject::invokeMethod(this, [this] { abortAll(); }, Qt::QueuedConnection);
+}
+
+void Fetcher::abortAll()
+{
+    m_waiting.clear();
+    const auto transfers = m_active.values();
+    m_active.clear();
+    for (Transfer* transfer : transfers) {
+        if (QNetworkReply* reply = transfer->reply) {
+            reply->disconnect(this);
+            reply->abort();
+            reply->deleteLater();
+        }
+        delete transfer;
+    }
+    m_running = 0;
+    m_rateTimer.stop();
+}
+
+void Fetcher::add(const QList<FetchItem>& items)
+{
+    m_waiting.insert(m_waiting.end(), items.cbegin(), items.cend());
+    pump();
+}
+
+void Fetcher::pump()
+{
+    // Under a rate limit a transfer starts only while the budget is not overdrawn: chunks are
+    // small, so pacing their starts paces the bytes.
+    while (!m_context->cancelled && !m_waiting.empty() && m_running < std::max(1, m_options.connections)
+           && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
+        auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, {}};
+        m_waiting.pop_front();
+        ++m_running;
+        begin(transfer);
+    }
+    if (m_options.rateLimit > 0 && (m_running > 0 || !m_waiting.empty()) && !m_rateTimer.isActive()) {
+        m_rateClock.restart();
+        m_rateTimer.start();
+    }
+}
+
+void Fetcher::begin(Transfer* transfer)
+{
+    if (m_context->cancelled) {
+        delete transfer;
+        return;
+    }
+    QString base = m_options.repository.toString();
+    if (!base.endsWith(QLatin1Char('/')))
+        base += QLatin1Char('/');
+    QNetworkRequest request(QUrl(base + transfer->item.path));
+    request.setTransferTimeout(m_options.timeoutMs);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    if (!transfer->body.isEmpty())
+        request.setRawHeader("Range", "bytes=" + QByteArray::number(transfer->body.size()) + '-');
+    QNetworkReply* reply = m_transport->get(request);
+    transfer->reply = reply;
+    transfer->attempt++;
+    transfer->incoming.clear();
+    m_active.insert(reply, transfer);
+    connect(reply, &QNetworkReply::readyRead, this, [this, transfer] { readFrom(transfer); });
+    connect(reply, &QNetworkReply::finished, this, [this, transfer] { onFinished(transfer); });
+}
+
+void Fetcher::readFrom(Transfer* transfer)
+{
+    QNetworkReply* reply = transfer->reply;
+    if (!reply || !reply->isOpen())
+        return;
+    const QByteArray data = reply->readAll();
+    if (data.isEmpty())
+        return;
+    if (m_options.rateLimit > 0)
+        m_budget -= data.size();
+    m_context->bytesDownloaded += data.size();
+    if (m_context->stage == Progress::Downloading)
+        m_context->bytesDone += data.size();
+    transfer->incoming += data;
+    if (transfer->body.size() + transfer->incoming.size() > transfer->item.maxBytes) {
+        reply->disconnect(this);
+        reply->abort();
+        fail(transfer, ErrorCode::HashMismatch,
+             QStringLiteral("The repository sent more for %1 than its manifest allows: it is damaged or was "
+                            "tampered with. Nothing was changed.").arg(transfer->item.path));
+        return;
+    }
+}
+
+void Fetcher::refill()
+{
+    const qint64 elapsed = m_rateClock.restart();
+    m_budget = std::min(m_budget + m_options.rateLimit * elapsed / 1000, m_options.rateLimit / 10);
+    pump();
+    if (m_running == 0 && m_waiting.empty())
+        m_rateTimer.stop();
+}
+
+void Fetcher::onFinished(Transfer* transfer)
+{
+    QNetworkReply* reply = transfer->reply;
+    if (!reply || !m_active.contains(reply))
+        return;
+    readFrom(transfer);
+    if (!m_active.contains(reply))
+        return; // refused while reading
+    m_active.remove(reply);
+    reply->deleteLater();
+    transfer->reply = nullptr;
+    if (m_context->cancelled) {
+        delete transfer;
+        return;
+    }
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const QByteArray incoming = std::exchange(transfer->incoming, {});
+    const bool partial = status == 206;
+    const bool received = status == 200 || partial || (status == 0 && reply->url().isLocalFile());
+    if (received) {
+        if (partial) {
+            const QByteArray range = reply->rawHeader("Content-Range");
+            const qint64 start = range.startsWith("bytes ") ? range.mid(6, range.indexOf('-') - 6).toLongLong() : -1;
+            if (start == transfer->body.size())
+                transfer->body += incoming;
+            else
+                transfer->body.clear(); // an answer to some other range: start over
+        } else {
+            transfer->body = incoming;
+        }
+    }
+    const QNetworkReply::NetworkError error = reply->error();
+    const bool mismatchedRange = partial && transfer->body.isEmpty();
+    if (error == QNetworkReply::NoError && received && !mismatchedRange) {
+        m_context->deliver({FetchOutcome::Fetched, transfer->item.id, std::move(transfer->body), ErrorCode::NoError, {}});
+        delete transfer;
+        --m_running;
+        pump();
+        return;
+    }
+    if (transfer->attempt <= m_options.retries && (mismatchedRange || isRetryable(error, status))) {
+        qint64 delay = std::min<qint64>(250 << std::min(transfer->attempt - 1, 5), 8000);
+        bool isNumber = false;
+        const qint64 retryAfter = reply->rawHeader("Retry-After").trimmed().toLongLong(&isNumber);
+        if (isNumber && retryAfter >= 0)
+            delay = std::min<qint64>(retryAfter * 1000, 60'000);
+        QTimer::singleShot(int(delay), this, [this, transfer] {
+            if (m_context->cancelled)
+                delete transfer;
+            else
+                begin(transfer);
+        });
+        return;
+    }
+    const QString url = reply->url().toString();
+    if (status >= 400)
+        fail(transfer, ErrorCode::ServerError,
+             QStringLiteral("The repository answered %1 (%2) for %3. Check the repository URL, project and "
+                            "channel, or try again later.")
+                 .arg(QString::number(status), reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(), url));
+    else
+        fail(transfer, ErrorCode::NetworkError,
+             QStringLiteral("Cannot fetch %1: %2. Check the network connection and try again; what was "
+                            "fetched so far is kept.").arg(url, reply->errorString()));
+}
+
+void Fetcher::fail(Transfer* transfer, ErrorCode code, const QString& message)
+{
+    if (transfer->reply) {
+        m_active.remove(transfer->reply);
+        transfer->reply->deleteLater();
+    }
+    m_context->deliver({FetchOutcome::Fetched, transfer->item.id, {}, code, message});
+    delete transfer;
+    --m_running;
+    pump();
+}
+
+} // namespace tvl::vantor

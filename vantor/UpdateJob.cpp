@@ -1,0 +1,616 @@
+#include "Job_p.h"
+
+#include "Crypto_p.h"
+#include "Zstd_p.h"
+
+#include <basix/Filesystem.h>
+#include <basix/Logger.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QSet>
+#include <QtCore/QStorageInfo>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tvl::vantor {
+
+namespace {
+
+/// Room left free beyond what an update needs, for the records and the journal.
+constexpr qint64 SpaceMargin = 1024 * 1024;
+
+QByteArray encoded(const QString& path)
+{
+    return QFile::encodeName(path);
+}
+
+bool readRange(const QString& path, qint64 offset, qint64 size, QByteArray* data)
+{
+    const int fd = ::open(encoded(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    data->resize(size);
+    const bool ok = ::pread(fd, data->data(), size_t(size), offset) == size;
+    ::close(fd);
+    return ok;
+}
+
+QString megabytes(qint64 bytes)
+{
+    return QString::number(double(bytes) / 1e6, 'f', 1) + QStringLiteral(" MB");
+}
+
+QStringList parentsOf(const QString& path)
+{
+    QStringList parents;
+    for (qsizetype slash = path.indexOf(QLatin1Char('/')); slash >= 0; slash = path.indexOf(QLatin1Char('/'), slash + 1))
+        parents.append(path.left(slash));
+    return parents;
+}
+
+QList<const Manifest::File*> changedFiles(const Manifest& next, const Manifest* current)
+{
+    QList<const Manifest::File*> targets;
+    for (const Manifest::File& file : next.files) {
+        const Manifest::File* old = current ? current->file(file.path) : nullptr;
+        if (!old || old->sha256 != file.sha256 || old->executable != file.executable)
+            targets.append(&file);
+    }
+    return targets;
+}
+
+} // namespace
+
+Failure Job::writeStaged(const QString& name, const QByteArray& content)
+{
+    if (const int error = InstallDirectory::replaceFile(m_directory.staging(name), content))
+        return {InstallDirectory::codeFor(error),
+                QStringLiteral("Cannot write %1: %2. Nothing was changed.").arg(m_directory.staging(name), qt_error_string(error))};
+    return {};
+}
+
+Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& targets, const QList<SourceTree>& sources)
+{
+    struct Use
+    {
+        int target;
+        qint64 offset;
+    };
+    enum Source { Download, Cache, Local };
+    struct Needed
+    {
+        QByteArray sha256;
+        Manifest::Chunk info;
+        QList<Use> uses;
+        Source source = Download;
+        QString path;         ///< of the local file that holds it
+        qint64 offset = 0;
+    };
+    struct Location
+    {
+        QString path;
+        qint64 offset;
+    };
+
+    QList<Needed> needed;
+    QHash<QByteArray, int> index;
+    qint64 stagingBytes = 0;
+    for (int t = 0; t < targets.size(); ++t) {
+        qint64 offset = 0;
+        for (const QByteArray& chunk : targets.at(t)->chunks) {
+            int i = index.value(chunk, -1);
+            if (i < 0) {
+                i = int(needed.size());
+                index.insert(chunk, i);
+                needed.append({chunk, next.chunks.value(chunk), {}, Download, {}, 0});
+            }
+            needed[i].uses.append({t, offset});
+            offset += needed.at(i).info.size;
+        }
+        stagingBytes += targets.at(t)->size;
+    }
+    // Files that an interrupted run had already assembled and verified count as sources too.
+    // (A run killed while it copied from them left them in "staging.previous".)
+    const QString previousStaging = m_directory.meta(QStringLiteral("staging.previous"));
+    const QString list = QStringLiteral("/staged.json");
+    if (QFile::exists(m_directory.staging() + list) || !QFile::exists(previousStaging + list)) {
+        tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+        if (QFile::exists(m_directory.staging() + list))
+            QFile::rename(m_directory.staging(), previousStaging);
+    }
+    Manifest staged;
+    QList<SourceTree> allSources = sources;
+    QFile stagedFile(previousStaging + list);
+    QString ignored;
+    if (stagedFile.open(QIODevice::ReadOnly) && staged.fromJson(stagedFile.readAll(), &ignored))
+        allSources.append({previousStaging, &staged});
+    stagedFile.close();
+
+    QHash<QByteArray, QList<Location>> located;
+    for (const SourceTree& source : std::as_const(allSources)) {
+        for (const Manifest::File& file : source.manifest->files) {
+            qint64 offset = 0;
+            for (const QByteArray& chunk : file.chunks) {
+                if (index.contains(chunk))
+                    located[chunk].append({source.root + QLatin1Char('/') + file.path, offset});
+                offset += source.manifest->chunks.value(chunk).size;
+            }
+        }
+    }
+
+    // What this directory already holds is read and hash-checked before it is counted on.
+    const auto obtain = [&](Needed& chunk, QByteArray* data) {
+        QFile cached(m_directory.cachedChunk(chunk.sha256));
+        if (cached.open(QIODevice::ReadOnly)) {
+            *data = zstd::decompress(cached.readAll(), chunk.info.size);
+            if (data->size() == chunk.info.size && Sha256::hex(*data) == chunk.sha256) {
+                chunk.source = Cache;
+                return true;
+            }
+        }
+        for (const Location& location : located.value(chunk.sha256)) {
+            if (readRange(location.path, location.offset, chunk.info.size, data) && Sha256::hex(*data) == chunk.sha256) {
+                chunk.source = Local;
+                chunk.path = location.path;
+                chunk.offset = location.offset;
+                return true;
+            }
+        }
+        chunk.source = Download;
+        return false;
+    };
+    const auto place = [&](const Needed& chunk, const QByteArray& data) -> int {
+        for (const Use& use : chunk.uses) {
+            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(use.target))).constData(), O_WRONLY | O_CLOEXEC);
+            const bool ok = fd >= 0 && ::pwrite(fd, data.constData(), size_t(data.size()), use.offset) == data.size();
+            const int error = errno;
+            if (fd >= 0)
+                ::close(fd);
+            if (!ok)
+                return error ? error : EIO;
+        }
+        return 0;
+    };
+
+    qint64 localBytes = 0;
+    for (const Needed& chunk : std::as_const(needed)) {
+        if (located.contains(chunk.sha256) || QFile::exists(m_directory.cachedChunk(chunk.sha256)))
+            localBytes += chunk.info.size;
+    }
+    m_context->setStage(Progress::Checking, localBytes);
+    parallelFor(int(needed.size()), [&](int i) {
+        Needed& chunk = needed[i];
+        if (!located.contains(chunk.sha256) && !QFile::exists(m_directory.cachedChunk(chunk.sha256)))
+            return;
+        QByteArray data;
+        obtain(chunk, &data);
+        m_context->bytesDone += chunk.info.size;
+    });
+    if (cancelled())
+        return cancelledFailure();
+
+    qint64 downloadBytes = 0;
+    for (const Needed& chunk : std::as_const(needed)) {
+        if (chunk.source == Download)
+            downloadBytes += chunk.info.storedSize;
+    }
+    const qint64 available = QStorageInfo(m_directory.root()).bytesAvailable();
+    if (available >= 0 && stagingBytes + downloadBytes + SpaceMargin > available)
+        return {ErrorCode::DiskFull,
+                QStringLiteral("Not enough free space in %1: this needs %2 and %3 are free. Free some space and run it "
+                               "again; nothing was changed.").arg(m_directory.root(), megabytes(stagingBytes + downloadBytes + SpaceMargin),
+                                                                  megabytes(available))};
+
+    tvl::Filesystem::remove(m_directory.staging(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    if (!QDir().mkpath(m_directory.staging()) || !QDir().mkpath(m_directory.meta(QStringLiteral("chunks"))))
+        return {ErrorCode::PermissionDenied, QStringLiteral("Cannot create %1.").arg(m_directory.staging())};
+    for (int t = 0; t < targets.size(); ++t) {
+        const QString name = m_directory.staging(QStringLiteral("f%1").arg(t));
+        const mode_t mode = targets.at(t)->executable ? 0755 : 0644;
+        const int fd = ::open(encoded(name).constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, mode);
+        int error = fd < 0 ? errno : 0;
+        if (!error && ::fchmod(fd, mode) != 0)
+            error = errno;
+        if (!error && targets.at(t)->size > 0)
+            error = ::posix_fallocate(fd, 0, targets.at(t)->size);
+        if (fd >= 0)
+            ::close(fd);
+        if (error)
+            return {InstallDirectory::codeFor(error),
+                    QStringLiteral("Cannot stage %1: %2. Nothing was changed.").arg(name, qt_error_string(error))};
+    }
+
+    std::atomic<int> writeError{0};
+    m_context->setStage(Progress::Patching, localBytes);
+    parallelFor(int(needed.size()), [&](int i) {
+        Needed& chunk = needed[i];
+        if (chunk.source == Download)
+            return;
+        QByteArray data;
+        if (!obtain(chunk, &data))
+            return; // changed since it was checked: fetched below
+        if (const int error = place(chunk, data))
+            writeError = error;
+        m_context->bytesDone += chunk.info.size;
+    });
+    tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    if (cancelled())
+        return cancelledFailure();
+    if (writeError)
+        return {InstallDirectory::codeFor(writeError),
+                QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(writeError))};
+
+    QList<FetchItem> items;
+    downloadBytes = 0;
+    for (int i = 0; i < needed.size(); ++i) {
+        const Needed& chunk = needed.at(i);
+        if (chunk.source == Download) {
+            items.append({i, repositoryPath(QStringLiteral("chunks/%1/%2.zst").arg(QString::fromLatin1(chunk.sha256.left(2)), QString::fromLatin1(chunk.sha256))),
+                          chunk.info.storedSize});
+            downloadBytes += chunk.info.storedSize;
+        }
+    }
+    if (!items.isEmpty()) {
+        if (m_options.repository.isEmpty())
+            return {ErrorCode::InvalidArguments,
+                    QStringLiteral("%1 chunks must be fetched: give the repository URL.").arg(items.size())};
+        m_context->setStage(Progress::Downloading, downloadBytes, int(items.size()));
+        m_fetcher->enqueue(items);
+        QHash<int, FetchItem> itemById;
+        for (const FetchItem& item : std::as_const(items))
+            itemById.insert(item.id, item);
+        QSet<int> retried;
+        Failure failure;
+        for (qsizetype remaining = items.size(); remaining > 0;) {
+            FetchOutcome outcome;
+            if (!m_context->next(&outcome)) {
+                failure = cancelledFailure();
+                break;
+            }
+            if (outcome.kind == FetchOutcome::Accepted) {
+                --remaining;
+                ++m_context->filesDone;
+                continue;
+            }
+            if (outcome.kind == FetchOutcome::Rejected && outcome.error == ErrorCode::HashMismatch && !retried.contains(outcome.id)) {
+                // Once: the bytes may have been damaged on the way.
+                retried.insert(outcome.id);
+                m_context->bytesDone -= needed.at(outcome.id).info.storedSize;
+                m_fetcher->enqueue({itemById.value(outcome.id)});
+                continue;
+            }
+            if (outcome.error != ErrorCode::NoError) {
+                failure = {outcome.error, outcome.message};
+                break;
+            }
+            const qint64 received = outcome.body.size();
+            m_pool.start([this, &needed, &place, outcome = std::move(outcome), received] {
+                const Needed& chunk = needed.at(outcome.id);
+                FetchOutcome verdict{FetchOutcome::Accepted, outcome.id, {}, ErrorCode::NoError, {}};
+                const QByteArray data = received == chunk.info.storedSize ? zstd::decompress(outcome.body, chunk.info.size) : QByteArray();
+                if (data.size() != chunk.info.size || Sha256::hex(data) != chunk.sha256) {
+                    verdict = {FetchOutcome::Rejected, outcome.id, {}, ErrorCode::HashMismatch,
+                               QStringLiteral("Chunk %1 from the repository is not what the signed manifest says: the repository "
+                                              "is damaged or was tampered with. Nothing was changed.").arg(QString::fromLatin1(chunk.sha256))};
+                } else {
+                    // Kept for a run that goes on after this one is interrupted.
+                    int error = InstallDirectory::replaceFile(m_directory.cachedChunk(chunk.sha256), outcome.body);
+                    if (!error)
+                        error = place(chunk, data);
+                    if (error)
+                        verdict = {FetchOutcome::Rejected, outcome.id, {}, InstallDirectory::codeFor(error),
+                                   QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(error))};
+                }
+                m_context->backlog -= received;
+                m_fetcher->poke();
+                m_context->deliver(std::move(verdict));
+            });
+        }
+        if (failure) {
+            m_fetcher->stop();
+            m_pool.waitForDone();
+            return failure;
+        }
+        m_pool.waitForDone();
+    }
+
+    // Every staged file is checked whole before anything in the tree is touched.
+    m_context->setStage(Progress::Verifying, stagingBytes, int(targets.size()));
+    std::atomic<int> mismatch{-1};
+    parallelFor(int(targets.size()), [&](int t) {
+        QFile file(m_directory.staging(QStringLiteral("f%1").arg(t)));
+        Sha256 hash;
+        if (file.open(QIODevice::ReadOnly)) {
+            QByteArray buffer(1024 * 1024, Qt::Uninitialized);
+            for (qint64 read; (read = file.read(buffer.data(), buffer.size())) > 0;) {
+                hash.add(QByteArrayView(buffer.constData(), read));
+                m_context->bytesDone += read;
+            }
+        }
+        if (hash.hexDigest() != targets.at(t)->sha256)
+            mismatch = t;
+        ++m_context->filesDone;
+    });
+    if (cancelled())
+        return cancelledFailure();
+    if (mismatch >= 0)
+        return {ErrorCode::HashMismatch,
+                QStringLiteral("The assembled %1 does not match the manifest: a file changed while it was read. Nothing "
+                               "was changed; run it again.").arg(targets.at(mismatch)->path)};
+    // The staged files now hold every fetched chunk: a list of them lets a later run reuse them,
+    // and the fetched copies go before the flush has to write them to the disk.
+    Manifest stagedList;
+    stagedList.chunks = next.chunks;
+    for (int t = 0; t < targets.size(); ++t) {
+        Manifest::File file = *targets.at(t);
+        file.path = QStringLiteral("f%1").arg(t);
+        stagedList.files.append(file);
+    }
+    if (!writeStaged(QStringLiteral("staged.json"), stagedList.toJson()))
+        tvl::Filesystem::remove(m_directory.meta(QStringLiteral("chunks")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    return {};
+}
+
+Failure Job::journalFor(const Manifest& next, const Manifest* current, const QList<const Manifest::File*>& targets,
+                        const QStringList& repairLinks, Journal* journal)
+{
+    for (int t = 0; t < targets.size(); ++t)
+        journal->moves.append({QStringLiteral("f%1").arg(t), targets.at(t)->path});
+    for (int l = 0; l < next.symlinks.size(); ++l) {
+        const Manifest::Symlink& link = next.symlinks.at(l);
+        const bool unchanged = current && !repairLinks.contains(link.path)
+            && std::any_of(current->symlinks.cbegin(), current->symlinks.cend(),
+                           [&](const Manifest::Symlink& o) { return o.path == link.path && o.target == link.target; });
+        if (unchanged)
+            continue;
+        const QString name = QStringLiteral("l%1").arg(l);
+        QFile::remove(m_directory.staging(name));
+        if (!QFile::link(link.target, m_directory.staging(name)))
+            return {ErrorCode::IoError, QStringLiteral("Cannot create the link %1.").arg(m_directory.staging(name))};
+        journal->moves.append({name, link.path});
+    }
+    QSet<QString> nextDirectories(next.directories.cbegin(), next.directories.cend());
+    for (const Manifest::File& file : next.files) {
+        for (const QString& parent : parentsOf(file.path))
+            nextDirectories.insert(parent);
+    }
+    for (const Manifest::Symlink& link : next.symlinks) {
+        for (const QString& parent : parentsOf(link.path))
+            nextDirectories.insert(parent);
+    }
+    journal->makeDirectories = QStringList(nextDirectories.cbegin(), nextDirectories.cend());
+    journal->makeDirectories.sort();
+    if (!current)
+        return {};
+    QSet<QString> nextLinks;
+    for (const Manifest::Symlink& link : next.symlinks)
+        nextLinks.insert(link.path);
+    for (const Manifest::File& file : current->files) {
+        if (!next.file(file.path))
+            journal->deletes.append(file.path);
+    }
+    for (const Manifest::Symlink& link : current->symlinks) {
+        if (!nextLinks.contains(link.path))
+            journal->deletes.append(link.path);
+    }
+    for (const QString& directory : current->directories) {
+        if (!nextDirectories.contains(directory))
+            journal->removeDirectories.append(directory);
+    }
+    std::sort(journal->removeDirectories.rbegin(), journal->removeDirectories.rend());
+    return {};
+}
+
+Failure Job::keepForRollback(const Manifest& current, const InstallState& state, const Journal& journal,
+                             const QList<const Manifest::File*>& targets, bool* kept)
+{
+    *kept = false;
+    QList<const Manifest::File*> replaced;
+    qint64 bytes = 0;
+    for (const Manifest::File* target : targets) {
+        if (const Manifest::File* old = current.file(target->path))
+            replaced.append(old), bytes += old->size;
+    }
+    for (const QString& path : journal.deletes) {
+        if (const Manifest::File* old = current.file(path))
+            replaced.append(old), bytes += old->size;
+    }
+    const QString store = m_directory.meta(QStringLiteral("rollback.new"));
+    tvl::Filesystem::remove(store, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    if (bytes > m_options.rollbackLimit) {
+        TVL_LOG(tvl::Logger::Notice) << "The replaced files take" << bytes << "bytes, more than the rollback limit: no rollback is kept";
+        return {};
+    }
+    for (const Manifest::File* old : std::as_const(replaced)) {
+        const QString copy = store + QStringLiteral("/files/") + old->path;
+        QDir().mkpath(QFileInfo(copy).absolutePath());
+        // A hard link keeps the old contents alive without copying them.
+        if (::link(encoded(m_directory.path(old->path)).constData(), encoded(copy).constData()) != 0 && errno != ENOENT) {
+            tvl::Filesystem::remove(store, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+            return {};
+        }
+    }
+    for (const auto& [name, content] : {std::pair{QStringLiteral("manifest.json"), current.toJson()},
+                                        std::pair{QStringLiteral("state.json"), state.toJson()}}) {
+        if (InstallDirectory::replaceFile(store + QLatin1Char('/') + name, content) != 0) {
+            tvl::Filesystem::remove(store, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+            return {};
+        }
+    }
+    *kept = true;
+    return {};
+}
+
+Failure Job::installOrUpdate()
+{
+    if (Failure failure = lockAndRecover())
+        return failure;
+    InstallState state;
+    Manifest current;
+    QString message;
+    const bool installed = m_directory.isInstalled();
+    if (installed) {
+        ErrorCode code = m_directory.readState(&state, &message);
+        if (code == ErrorCode::NoError)
+            code = m_directory.readManifest(&current, &message);
+        if (code != ErrorCode::NoError)
+            return {code, message};
+        if (state.project != m_options.project)
+            return {ErrorCode::InvalidArguments,
+                    QStringLiteral("%1 holds the project \"%2\", not \"%3\".").arg(m_directory.root(), state.project, m_options.project)};
+    } else if (m_kind == Operation::Update) {
+        return {ErrorCode::NotInstalled, QStringLiteral("Nothing is installed in %1: install first.").arg(m_directory.root())};
+    }
+    const QString channel = m_kind == Operation::Update ? state.channel : m_options.channel;
+    m_result->channel = channel;
+    m_result->previousVersion = state.version;
+
+    m_context->setStage(Progress::Checking);
+    ReleaseRecord record;
+    if (Failure failure = fetchRecord(channel, installed ? &state : nullptr, &record))
+        return failure;
+    InstallState next = state;
+    next.project = m_options.project;
+    next.channel = channel;
+    next.version = record.version;
+    next.manifestSha256 = record.manifestSha256;
+    next.serials.insert(channel, std::max(state.serials.value(channel), record.serial));
+    next.pinned = false;
+    if (installed && record.manifestSha256 == state.manifestSha256) {
+        m_result->version = state.version;
+        m_result->rollbackPossible = QFile::exists(m_directory.meta(QStringLiteral("rollback/manifest.json")));
+        if (next.toJson() == state.toJson())
+            return {};
+        const ErrorCode code = m_directory.writeState(next, &message);
+        return {code, message};
+    }
+    Manifest manifest;
+    if (Failure failure = fetchManifest(record, &manifest))
+        return failure;
+    const QList<const Manifest::File*> targets = changedFiles(manifest, installed ? &current : nullptr);
+    QList<SourceTree> sources;
+    if (installed)
+        sources.append({m_directory.root(), &current});
+    if (Failure failure = stage(manifest, targets, sources))
+        return failure;
+
+    Journal journal;
+    if (Failure failure = journalFor(manifest, installed ? &current : nullptr, targets, {}, &journal))
+        return failure;
+    bool kept = false;
+    if (installed) {
+        if (Failure failure = keepForRollback(current, state, journal, targets, &kept))
+            return failure;
+    }
+    journal.swapRollback = kept;
+    journal.dropRollback = !kept;
+    if (Failure failure = writeStaged(QStringLiteral("manifest.json"), manifest.toJson()))
+        return failure;
+    if (Failure failure = writeStaged(QStringLiteral("state.json"), next.toJson()))
+        return failure;
+    if (cancelled())
+        return cancelledFailure();
+    m_context->setStage(Progress::Finishing);
+    if (const ErrorCode code = m_directory.commit(journal, &message); code != ErrorCode::NoError)
+        return {code, message};
+    m_result->version = manifest.version;
+    m_result->rollbackPossible = kept;
+    for (const auto& [staged, path] : std::as_const(journal.moves))
+        m_result->updatedFiles.append(path);
+    m_result->updatedFiles.append(journal.deletes);
+    return {};
+}
+
+Failure Job::repair()
+{
+    if (Failure failure = lockAndRecover())
+        return failure;
+    InstallState state;
+    Manifest manifest;
+    QString message;
+    ErrorCode code = m_directory.readState(&state, &message);
+    if (code == ErrorCode::NoError)
+        code = m_directory.readManifest(&manifest, &message);
+    if (code != ErrorCode::NoError)
+        return {code, message};
+    m_result->version = m_result->previousVersion = state.version;
+    m_result->channel = state.channel;
+    QStringList damaged;
+    if (Failure failure = findDamage(manifest, &damaged))
+        return failure;
+    m_result->damagedFiles = damaged;
+    if (damaged.isEmpty())
+        return {};
+    QList<const Manifest::File*> targets;
+    for (const QString& path : std::as_const(damaged)) {
+        if (const Manifest::File* file = manifest.file(path))
+            targets.append(file);
+    }
+    if (Failure failure = stage(manifest, targets, {{m_directory.root(), &manifest}}))
+        return failure;
+    Journal journal;
+    if (Failure failure = journalFor(manifest, &manifest, targets, damaged, &journal))
+        return failure;
+    m_context->setStage(Progress::Finishing);
+    if (const ErrorCode code = m_directory.commit(journal, &message); code != ErrorCode::NoError)
+        return {code, message};
+    m_result->updatedFiles = damaged;
+    return {};
+}
+
+Failure Job::rollback()
+{
+    if (Failure failure = lockAndRecover())
+        return failure;
+    InstallState state, previousState;
+    Manifest current, previous;
+    QString message;
+    ErrorCode code = m_directory.readState(&state, &message);
+    if (code == ErrorCode::NoError)
+        code = m_directory.readManifest(&current, &message);
+    if (code != ErrorCode::NoError)
+        return {code, message};
+    QFile previousStateFile(m_directory.meta(QStringLiteral("rollback/state.json")));
+    QFile previousManifestFile(m_directory.meta(QStringLiteral("rollback/manifest.json")));
+    QString reason;
+    if (!previousStateFile.open(QIODevice::ReadOnly) || !previousManifestFile.open(QIODevice::ReadOnly)
+        || !previousState.fromJson(previousStateFile.readAll()) || !previous.fromJson(previousManifestFile.readAll(), &reason))
+        return {ErrorCode::NoRollback,
+                QStringLiteral("No earlier version of %1 is kept: rollback is possible once after an update whose "
+                               "replaced files fit the rollback limit.").arg(m_directory.root())};
+    m_result->previousVersion = state.version;
+    m_result->channel = state.channel;
+    const QList<const Manifest::File*> targets = changedFiles(previous, &current);
+    if (Failure failure = stage(previous, targets,
+                                {{m_directory.meta(QStringLiteral("rollback/files")), &previous}, {m_directory.root(), &current}}))
+        return failure;
+    Journal journal;
+    if (Failure failure = journalFor(previous, &current, targets, {}, &journal))
+        return failure;
+    journal.dropRollback = true;
+    // The serials accepted since stay: a rollback never lowers what a record must reach.
+    InstallState next = previousState;
+    next.channel = state.channel;
+    for (auto it = state.serials.cbegin(); it != state.serials.cend(); ++it)
+        next.serials.insert(it.key(), std::max(it.value(), next.serials.value(it.key())));
+    next.pinned = true;
+    if (Failure failure = writeStaged(QStringLiteral("manifest.json"), previous.toJson()))
+        return failure;
+    if (Failure failure = writeStaged(QStringLiteral("state.json"), next.toJson()))
+        return failure;
+    m_context->setStage(Progress::Finishing);
+    if (const ErrorCode commitCode = m_directory.commit(journal, &message); commitCode != ErrorCode::NoError)
+        return {commitCode, message};
+    m_result->version = previous.version;
+    m_result->pinned = true;
+    for (const auto& [staged, path] : std::as_const(journal.moves))
+        m_result->updatedFiles.append(path);
+    m_result->updatedFiles.append(journal.deletes);
+    return {};
+}
+
+} // namespace tvl::vantor
