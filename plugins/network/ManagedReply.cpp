@@ -333,8 +333,11 @@ qint64 ManagedReply::pull(qint64 maximum)
     const qint64 taken = maximum < 0 ? available : qMin(maximum, available);
     QByteArray data = attempt->read(taken);
     m_idle.start(m_settings.timeoutMs);
-    if (status < 200 || status > 299)
+    if (status < 200 || status > 299) {
+        if (m_draining && attempt->bytesAvailable() == 0)
+            completeAttempt();
         return taken; // the body of an error answer is not the resource
+    }
     if (m_skip > 0) {
         const qint64 dropped = qMin<qint64>(m_skip, data.size());
         data.remove(0, dropped);
@@ -352,6 +355,8 @@ qint64 ManagedReply::pull(qint64 maximum)
     }
     if (self)
         Q_EMIT downloadProgress(m_delivered, m_total);
+    if (self && m_draining && attempt->bytesAvailable() == 0)
+        completeAttempt();
     return taken;
 }
 
@@ -371,12 +376,10 @@ bool ManagedReply::shouldRetry(const QNetworkReply* attempt) const
         return false;
     if (m_attempt >= m_settings.attempts)
         return false;
-    if (m_timedOut)
+    if (m_timedOut || isTransientError(attempt->error()))
         return true;
     const int status = statusOf(attempt);
-    if (status == 429 || (status >= 500 && status <= 599))
-        return true;
-    return status == 0 && isTransientError(attempt->error());
+    return status == 429 || (status >= 500 && status <= 599);
 }
 
 int ManagedReply::pauseBeforeRetry(const QNetworkReply* attempt) const
@@ -406,8 +409,20 @@ void ManagedReply::onAttemptFinished()
     if (!attempt || sender() != attempt || m_done)
         return;
     m_idle.stop();
+    // Under a rate limit what the attempt still holds is taken at the scheduler's pace too.
+    if (rateLimited() && attempt->error() == QNetworkReply::NoError && attempt->bytesAvailable() > 0) {
+        m_draining = true;
+        return;
+    }
     pull(-1);
-    if (m_done)
+    completeAttempt();
+}
+
+void ManagedReply::completeAttempt()
+{
+    QNetworkReply* attempt = m_current;
+    m_draining = false;
+    if (!attempt || m_done)
         return;
     attempt->disconnect(this);
     attempt->deleteLater();
@@ -471,7 +486,7 @@ void ManagedReply::onAttemptFinished()
     }
     if (m_sink) {
         // A transient failure keeps what was fetched for the next try; a refusal does not.
-        const bool transient = m_timedOut || status == 429 || status >= 500 || (status == 0 && isTransientError(error));
+        const bool transient = m_timedOut || status == 429 || status >= 500 || isTransientError(error);
         if (transient)
             QMetaObject::invokeMethod(m_sink, &FileSink::keep, Qt::QueuedConnection);
         else

@@ -67,6 +67,8 @@ private:
     void onAttemptMetaData();
     void onAttemptReadyRead();
     void onAttemptFinished();
+    /// The attempt has finished and everything it held has been taken: success, retry or failure.
+    void completeAttempt();
     void onTimeout();
     bool shouldRetry(const QNetworkReply* attempt) const;
     int pauseBeforeRetry(const QNetworkReply* attempt) const;
@@ -96,6 +98,8 @@ private:
     bool m_done = false;
     bool m_haveMetaData = false;
     bool m_sinkOpen = false;
+    /// The attempt finished, but some of its data still wait for the rate limit.
+    bool m_draining = false;
 
     QByteArray m_buffer;
     /// Bytes of the resource handed on (to the buffer or the file), across attempts.

@@ -51,15 +51,15 @@ void NetworkPlugin::uninit()
 
 void NetworkPlugin::objectAdded(QObject* object)
 {
-    if (auto* settings = qobject_cast<tvl::updater::ISettingsManager*>(object)) {
-        connect(settings, &tvl::updater::ISettingsManager::settingChanged, this,
-                [this](const QString& key) {
-                    if (key.startsWith(QLatin1String("network.")))
-                        applySettings();
-                },
-                Qt::UniqueConnection);
-        applySettings();
-    }
+    auto* settings = qobject_cast<tvl::updater::ISettingsManager*>(object);
+    if (!settings || m_followed.contains(settings))
+        return;
+    m_followed.append(settings);
+    connect(settings, &tvl::updater::ISettingsManager::settingChanged, this, [this](const QString& key) {
+        if (key.startsWith(QLatin1String("network.")))
+            applySettings();
+    });
+    applySettings();
 }
 
 void NetworkPlugin::applySettings()

@@ -2,6 +2,7 @@
 
 #include <libupdater/UpdaterPlugin.h>
 
+#include <QtCore/QList>
 #include <QtCore/QPointer>
 
 class NetworkManager;
@@ -27,4 +28,6 @@ private:
     void applySettings();
 
     QPointer<NetworkManager> m_manager;
+    /// The settings managers whose changes are followed (each object is announced more than once).
+    QList<QPointer<QObject>> m_followed;
 };

@@ -38,11 +38,52 @@ bool NginxServer::isRunning() const
     return m_process.state() == QProcess::Running;
 }
 
+void NginxServer::addServerConfig(const QString& directives)
+{
+    m_serverConfig += directives + QLatin1Char('\n');
+}
+
+bool NginxServer::enableTls(QString* error)
+{
+    QProcess openssl;
+    openssl.setProcessChannelMode(QProcess::MergedChannels);
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
+                   QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                   QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
+                   QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"), QStringLiteral("-keyout"),
+                   m_dir.filePath(QStringLiteral("tls.key")), QStringLiteral("-out"), certificateFile()});
+    if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0) {
+        if (error)
+            *error = QStringLiteral("openssl cannot make a certificate: ") + QString::fromUtf8(openssl.readAll());
+        return false;
+    }
+    m_tlsPort = 1;
+    return true;
+}
+
+QUrl NginxServer::tlsUrl() const
+{
+    return QUrl(QStringLiteral("https://127.0.0.1:%1/").arg(m_tlsPort));
+}
+
+QString NginxServer::certificateFile() const
+{
+    return m_dir.filePath(QStringLiteral("tls.crt"));
+}
+
 bool NginxServer::start(QString* error)
 {
     QString reason;
     for (int attempt = 0; attempt < 5; ++attempt) {
         m_port = freeLoopbackPort();
+        QString tlsServer;
+        if (m_tlsPort != 0) {
+            m_tlsPort = freeLoopbackPort();
+            tlsServer = QStringLiteral("  server { listen 127.0.0.1:%1 ssl; ssl_certificate %2/tls.crt; ssl_certificate_key %2/tls.key;\n"
+                                       "    root %3; location / { }\n%4  }\n")
+                            .arg(m_tlsPort).arg(m_dir.path(), m_root, m_serverConfig);
+        }
         const QString dir = m_dir.path();
         // As root nginx hands its worker to "nobody", who cannot read a private temporary
         // directory; "user" is ignored when not started as root.
@@ -51,14 +92,14 @@ bool NginxServer::start(QString* error)
             "daemon off;\nmaster_process off;\nworker_processes 1;\npid %1/nginx.pid;\nerror_log %1/error.log warn;\n"
             "events { worker_connections 512; }\n"
             "http {\n"
-            "  log_format counted '$status $body_bytes_sent \"$http_range\" $request_uri';\n"
+            "  log_format counted '$status $body_bytes_sent \"$http_range\" \"$http_if_range\" $request_method $request_uri';\n"
             "  access_log %1/access.log counted;\n"
             "  client_body_temp_path %1/body; proxy_temp_path %1/proxy; fastcgi_temp_path %1/fastcgi;\n"
             "  uwsgi_temp_path %1/uwsgi; scgi_temp_path %1/scgi;\n"
             "  default_type application/octet-stream;\n"
             "  sendfile on; keepalive_requests 100000; keepalive_timeout 60s;\n"
-            "  server { listen 127.0.0.1:%2; root %3; location / { } }\n"
-            "}\n").arg(dir).arg(m_port).arg(m_root);
+            "  server { listen 127.0.0.1:%2; root %3; location / { }\n%4  }\n%5"
+            "}\n").arg(dir).arg(m_port).arg(m_root, m_serverConfig, tlsServer);
         QFile file(dir + QStringLiteral("/nginx.conf"));
         if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
             reason = file.errorString();
@@ -110,18 +151,22 @@ QList<NginxServer::Request> NginxServer::requests() const
     if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logOffset))
         return result;
     for (const QByteArray& line : log.readAll().split('\n')) {
-        // <status> <bytes> "<range>" <uri>
-        const qsizetype firstQuote = line.indexOf('"'), secondQuote = line.indexOf('"', firstQuote + 1);
-        if (firstQuote < 0 || secondQuote < 0)
+        // <status> <bytes> "<range>" "<if-range>" <method> <uri>
+        const qsizetype first = line.indexOf('"'), second = line.indexOf('"', first + 1);
+        const qsizetype third = line.indexOf('"', second + 1), fourth = line.indexOf('"', third + 1);
+        if (first < 0 || second < 0 || third < 0 || fourth < 0)
             continue;
-        const QList<QByteArray> numbers = line.left(firstQuote).trimmed().split(' ');
+        const QList<QByteArray> numbers = line.left(first).trimmed().split(' ');
         Request request;
         request.status = numbers.value(0).toInt();
         request.bytes = numbers.value(1).toLongLong();
-        request.range = line.mid(firstQuote + 1, secondQuote - firstQuote - 1);
-        if (request.range == "-")
-            request.range.clear();
-        request.uri = QString::fromUtf8(line.mid(secondQuote + 2));
+        const auto header = [](const QByteArray& value) { return value == "-" ? QByteArray() : value; };
+        request.range = header(line.mid(first + 1, second - first - 1));
+        request.ifRange = header(line.mid(third + 1, fourth - third - 1));
+        const QByteArray rest = line.mid(fourth + 2);
+        const qsizetype space = rest.indexOf(' ');
+        request.method = rest.left(space);
+        request.uri = QString::fromUtf8(rest.mid(space + 1));
         result.append(request);
     }
     return result;

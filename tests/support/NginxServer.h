@@ -21,6 +21,8 @@ public:
         qint64 bytes = 0;      ///< $body_bytes_sent
         QString uri;
         QByteArray range;      ///< the Range header, if any
+        QByteArray ifRange;    ///< the If-Range header, if any
+        QByteArray method;
     };
 
     /// Serves `root` (which must exist) at the server's root URL.
@@ -29,6 +31,17 @@ public:
 
     NginxServer(const NginxServer&) = delete;
     NginxServer& operator=(const NginxServer&) = delete;
+
+    /// Adds nginx directives to the server block (locations, returns); call before start().
+    void addServerConfig(const QString& directives);
+    /**
+     * Serves the same root and directives over TLS as well, on a port of its own, with a
+     * certificate for 127.0.0.1 made by openssl for the run: certificateFile() is what a client
+     * must trust. Call before start().
+     */
+    bool enableTls(QString* error = nullptr);
+    QUrl tlsUrl() const;
+    QString certificateFile() const;
 
     /// Starts nginx and waits until it accepts connections; false with a reason in `error`.
     bool start(QString* error = nullptr);
@@ -50,6 +63,8 @@ private:
     QTemporaryDir m_dir;
     QProcess m_process;
     quint16 m_port = 0;
+    quint16 m_tlsPort = 0;
+    QString m_serverConfig;
     qint64 m_logOffset = 0;
 };
 
