@@ -166,6 +166,10 @@ void Fetcher::begin(Transfer* transfer)
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     if (!transfer->body.isEmpty())
         request.setRawHeader("Range", "bytes=" + QByteArray::number(transfer->body.size()) + '-');
+    if (!m_transport) {
+        fail(transfer, ErrorCode::InvalidArguments, QStringLiteral("This operation fetches nothing."));
+        return;
+    }
     QNetworkReply* reply = m_transport->get(request);
     transfer->reply = reply;
     transfer->attempt++;

@@ -138,7 +138,9 @@ void Operation::start()
     d->running = true;
     d->context = std::make_shared<JobContext>();
     Transport* transport = d->options.transport;
-    if (!transport) {
+    // Verifying, publishing and the local records need no network: no access manager for them.
+    const bool local = d->kind == Verify || d->kind == Publish || d->kind == Status || d->kind == SetChannel || d->kind == Uninstall;
+    if (!transport && !local) {
         if (!d->ownTransport)
             d->ownTransport = new NetworkTransport(this);
         transport = d->ownTransport;

@@ -146,6 +146,26 @@ private slots:
         QVERIFY(!QFile::exists(dir + "/.vantor"));
     }
 
+    void channelsAreFollowed()
+    {
+        Served served;
+        QVERIFY(served.start());
+        QVERIFY(served.repository.publish(1, "beta")->success);
+        QTemporaryDir home;
+        const QString dir = home.path() + "/game";
+        QVERIFY(runOperation(Operation::Install, served.client(dir))->success);
+        // Another channel has serials of its own: its serial 1 is no rollback of stable's 2.
+        Options options = served.client(dir);
+        options.channel = "beta";
+        QVERIFY(runOperation(Operation::SetChannel, options)->success);
+        auto result = runOperation(Operation::Update, served.client(dir));
+        QVERIFY2(result->success, describe(result).constData());
+        QCOMPARE(result->channel, QString("beta"));
+        QCOMPARE(treeDigest(dir), treeDigest(served.repository.source(1)));
+        result = runOperation(Operation::Status, served.client(dir));
+        QVERIFY(result->channel == "beta" && result->version == "1.0" && result->serial == 1);
+    }
+
     void damageIsFoundAndRepaired()
     {
         Served served;
