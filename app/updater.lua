@@ -30,11 +30,47 @@ plugins = {
     enable = {},
 }
 
--- Where updates come from. Only addresses in the maker's own domains are accepted.
+-- How often every game is checked for an update, in minutes (fractions allowed). With
+-- automatic = true what a check finds is installed at once; without it (the default when the
+-- launcher shows a window) the player chooses. docs/settings.md lists every setting.
 update = {
-    url = "https://cdn.tarvel.com/launcher/",
     check_interval_minutes = 60,
 }
+
+-- Network access, shared by every plugin: transfers at once, KiB a second for all of them
+-- (0: no limit), seconds without data before a transfer is retried, and the proxy (empty:
+-- the system's; "none"; "http://host:port"; "socks5://host:port").
+network = {
+    max_connections = 4,
+    rate_limit = 0,
+    timeout = 30,
+    proxy = "",
+}
+
+-- The games. Each project <id> is installed from the repository <url> (the project's files lie
+-- under <url>/<id>/), following a release channel, into <dir>. Only releases signed with one of
+-- its public keys are accepted; keys are read from this script alone, never from the command
+-- line or the saved preferences. Names and news may be given per language.
+--
+-- projects.mygame = {
+--     name = { en = "My game", fr = "Mon jeu" },
+--     url = "https://updates.example.org/",
+--     channel = "stable",
+--     dir = data_location() .. "/games/mygame",
+--     keys = { "base64 Ed25519 public key, as printed by 'vantor keygen'" },
+--     executable = "bin/mygame",
+--     -- The launcher's options named game-<name> go to the game (the filter is a regular
+--     -- expression whose first group becomes the name): "updater --game-lang=fr" gives "--lang=fr".
+--     arguments = command_line_args("game-(.*)", "--%(name)=%(value)"),
+--     icon = "mygame.png", trailer = "mygame.mp4",
+--     news = { en = "What is new" },
+-- }
+projects = {}
+
+-- The demonstration game, written by the build next to this script (scripts/run-launcher).
+if file_exists(root .. "/demo.lua") then
+    include("demo.lua")
+end
 
 -- Texts shown by the launcher, per language.
 welcome = {
@@ -44,10 +80,5 @@ welcome = {
 
 -- Developer mode: more logging and tools for plugin authors.
 dev_mode = false
-
--- Arguments for the game, taken from the launcher's own options named game-<name> (the filter
--- is a regular expression whose first group becomes the name):
--- "updater --game-lang=fr" gives "--lang=fr".
-game = { arguments = command_line_args("game-(.*)", "--%(name)=%(value)") }
 
 print("configuration read from " .. root .. " on " .. sys.osname)

@@ -1,10 +1,13 @@
 #include "ConsolePlugin.h"
 
+#include "EngineReport.h"
+
 #include <basix/Console.h>
 #include <basix/SimpleCommandLineParser.h>
 
 #include <libupdater/ISettingsManager.h>
 #include <libupdater/ISystemInfo.h>
+#include <libupdater/IUpdateEngine.h>
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterPluginApi.h>
 #include <libupdater/UpdaterPluginAskToUserEvent.h>
@@ -23,12 +26,6 @@ using namespace tvl::updater;
 
 namespace {
 
-void say(const QString& text, Console::Color color = Console::DefaultColor)
-{
-    Console::pprint(QStringLiteral("[console] "), Console::StandardOutput, Console::Cyan);
-    Console::pprint(text + QLatin1Char('\n'), Console::StandardOutput, color);
-}
-
 QString describe(const QVariant& value)
 {
     if (!value.isValid())
@@ -40,8 +37,15 @@ QString describe(const QVariant& value)
 
 } // namespace
 
+void ConsolePlugin::say(const QString& text, Console::Color color)
+{
+    Console::pprint(QStringLiteral("[console] "), Console::StandardOutput, Console::Cyan);
+    Console::pprint(text + QLatin1Char('\n'), Console::StandardOutput, color);
+}
+
 bool ConsolePlugin::init()
 {
+    m_engine = new EngineReport(api(), this);
     say(tr("updater %1 (%2) started").arg(QString::fromLatin1(UPDATER_VERSION), QString::fromLatin1(UPDATER_REVISION)));
     if (tv_previous_run_crashed()) {
         say(tr("the previous run did not end in order"), Console::Yellow);
@@ -81,6 +85,8 @@ void ConsolePlugin::objectAdded(QObject* object)
     m_services.append(service);
     say(tr("service offered: %1").arg(service));
 
+    if (auto* engine = qobject_cast<IUpdateEngine*>(object))
+        m_engine->follow(engine);
     if (auto* settings = qobject_cast<ISettingsManager*>(object)) {
         connect(settings, &ISettingsManager::settingChanged, this, [](const QString& key, const QVariant& value) {
             say(tr("setting changed: %1 = %2").arg(key, describe(value)), Console::Magenta);
@@ -160,6 +166,8 @@ void ConsolePlugin::runCommand(const QString& command)
         printServices();
     } else if (command == QLatin1String("help")) {
         say(tr("commands: quit, plugins, services, help"));
+        say(tr("games: %1").arg(EngineReport::commands()));
+    } else if (m_engine->run(command.split(QLatin1Char(' '), Qt::SkipEmptyParts))) {
     } else {
         say(tr("unknown command \"%1\"; type \"help\"").arg(command), Console::Yellow);
     }

@@ -280,7 +280,9 @@ void Project::onFinished(Activity activity, const UpdateResultPtr& result)
     if (cancelled && (changesFiles(activity) || activity == Activity::Verifying))
         m_paused = m_paused == Activity::None ? activity : m_paused;
 
-    if (!cancelled && result)
+    // Finding nothing installed is what examining a new project is for, no failure.
+    const bool nothingInstalled = activity == Activity::Examining && result && result->error == ErrorCode::NotInstalled;
+    if (!cancelled && !nothingInstalled && result)
         report(EngineErrors::fromResult(m_config.id, *result));
     refreshState();
     Q_EMIT changed();
