@@ -4,6 +4,9 @@
 
 #include <basix/Logger.h>
 
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSaveFile>
 #include <QtNetwork/QNetworkReply>
 
 #include <algorithm>
@@ -112,12 +115,55 @@ void Fetcher::stop()
     QMetaObject::invokeMethod(this, [this] { abortAll(); }, Qt::QueuedConnection);
 }
 
+QString Fetcher::partialPath(const FetchItem& item) const
+{
+    if (m_options.installDirectory.isEmpty())
+        return QString();
+    return QDir(m_options.installDirectory).filePath(QStringLiteral(".vantor/partial/") + QFileInfo(item.path).fileName());
+}
+
+void Fetcher::keepPartial(Transfer* transfer)
+{
+    // A cancelled operation (a pause) keeps the beginning of each transfer under way, so that the
+    // next run asks only for the rest; repository files never change, so the rest still fits.
+    const QString path = partialPath(transfer->item);
+    QNetworkReply* reply = transfer->reply;
+    if (path.isEmpty() || !m_context->cancelled)
+        return;
+    if (reply && reply->isOpen())
+        transfer->incoming += reply->readAll();
+    const int status = reply ? reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() : 0;
+    const QByteArray prefix = status == 206 ? transfer->body + transfer->incoming
+        : status == 200                    ? transfer->incoming
+                                           : transfer->body;
+    if (prefix.isEmpty() || prefix.size() >= transfer->item.maxBytes)
+        return;
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QSaveFile file(path);
+    if (file.open(QIODevice::WriteOnly) && file.write(prefix) == prefix.size())
+        file.commit();
+}
+
+QByteArray Fetcher::takePartial(const FetchItem& item) const
+{
+    const QString path = partialPath(item);
+    if (path.isEmpty() || !QFileInfo::exists(path))
+        return QByteArray();
+    QFile file(path);
+    QByteArray prefix;
+    if (file.size() < item.maxBytes && file.open(QIODevice::ReadOnly))
+        prefix = file.readAll();
+    file.remove();
+    return prefix;
+}
+
 void Fetcher::abortAll()
 {
     m_waiting.clear();
     const auto transfers = m_active.values();
     m_active.clear();
     for (Transfer* transfer : transfers) {
+        keepPartial(transfer);
         if (QNetworkReply* reply = transfer->reply) {
             reply->disconnect(this);
             reply->abort();
@@ -143,6 +189,7 @@ void Fetcher::pump()
            && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
         auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, {}};
         m_waiting.pop_front();
+        transfer->body = takePartial(transfer->item);
         ++m_running;
         begin(transfer);
     }
@@ -222,11 +269,12 @@ void Fetcher::onFinished(Transfer* transfer)
         return; // refused while reading
     m_active.remove(reply);
     reply->deleteLater();
-    transfer->reply = nullptr;
     if (m_context->cancelled) {
+        keepPartial(transfer);
         delete transfer;
         return;
     }
+    transfer->reply = nullptr;
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QByteArray incoming = std::exchange(transfer->incoming, {});
     const bool partial = status == 206;

@@ -115,6 +115,11 @@ private:
     void onFinished(Transfer* transfer);
     void fail(Transfer* transfer, ErrorCode code, const QString& message);
     void refill();
+    /// Where a cancelled transfer of `item` keeps what it received; empty without an install directory.
+    QString partialPath(const FetchItem& item) const;
+    void keepPartial(Transfer* transfer);
+    /// What an earlier, cancelled transfer of `item` kept (and forgets it).
+    QByteArray takePartial(const FetchItem& item) const;
 
     Transport* m_transport;
     Options m_options;

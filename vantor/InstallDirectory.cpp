@@ -395,6 +395,7 @@ ErrorCode InstallDirectory::apply(const Journal& journal, QString* error)
     QFile::remove(meta(QStringLiteral("journal.json")));
     tvl::Filesystem::remove(staging(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     tvl::Filesystem::remove(meta(QStringLiteral("chunks")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    tvl::Filesystem::remove(meta(QStringLiteral("partial")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     stepDone();
     return ErrorCode::NoError;
 }

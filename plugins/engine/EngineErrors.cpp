@@ -1,6 +1,7 @@
 #include "EngineErrors.h"
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QRegularExpression>
 
 #include <algorithm>
 #include <iterator>
@@ -92,8 +93,10 @@ Kind kindOf(const tvl::vantor::UpdateResult& result)
     case ErrorCode::NetworkError:
         return Unreachable;
     case ErrorCode::ServerError:
-        // A channel whose record is missing is the usual cause of a 404 there.
-        return result.errorString.contains(QLatin1String("404")) ? UnknownChannel : ServerRefused;
+        // A channel without a release record: its record's address answers 404.
+        return result.errorString.contains(QRegularExpression(QStringLiteral("answered 404 .* for \\S*/channels/\\S+\\.json")))
+            ? UnknownChannel
+            : ServerRefused;
     case ErrorCode::BadSignature:
         return BadSignature;
     case ErrorCode::UnknownKey:

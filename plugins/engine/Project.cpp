@@ -108,7 +108,8 @@ bool Project::gameRunning() const
 
 bool Project::processRunsFromDirectory() const
 {
-    // Any process whose program lies in the install directory: the game, started by us or not.
+    // Any process whose program lies in the install directory, the game started by us or not; for
+    // a script, the interpreter runs it, so its first two arguments count too.
     const QString prefix = m_config.directory + QLatin1Char('/');
     const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString& pid : pids) {
@@ -116,9 +117,20 @@ bool Project::processRunsFromDirectory() const
         pid.toLongLong(&numeric);
         if (!numeric)
             continue;
-        const QString program = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
-        if (program.startsWith(prefix))
+        if (QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid)).startsWith(prefix))
             return true;
+        QFile commandLine(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (!commandLine.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> arguments = commandLine.read(4096).split('\0');
+        for (qsizetype i = 0; i < qMin<qsizetype>(2, arguments.size()); ++i) {
+            const QString argument = QFile::decodeName(arguments.at(i));
+            if (!argument.contains(QLatin1Char('/')))
+                continue; // a program looked up in PATH, or no path at all
+            const QString cwd = QFile::symLinkTarget(QStringLiteral("/proc/%1/cwd").arg(pid));
+            if (QDir::cleanPath(QDir(cwd).absoluteFilePath(argument)).startsWith(prefix))
+                return true;
+        }
     }
     return false;
 }
@@ -180,8 +192,7 @@ bool Project::start(Activity activity)
     if (!m_config.problems.isEmpty() && activity != Activity::Examining && activity != Activity::Uninstalling) {
         m_failed = true;
         refreshState();
-        const bool noKey = m_config.keys.isEmpty();
-        report(EngineErrors::make(noKey ? EngineErrors::NoPublicKey : EngineErrors::BadSettings, id(),
+        report(EngineErrors::make(m_config.noKeys ? EngineErrors::NoPublicKey : EngineErrors::BadSettings, id(),
                                   m_config.problems.join(QLatin1Char('\n'))));
         return false;
     }
@@ -244,14 +255,16 @@ void Project::onFinished(Activity activity, const UpdateResultPtr& result)
             break;
         case Activity::Installing:
         case Activity::Updating:
-        case Activity::Repairing:
         case Activity::RollingBack:
-            m_installed = true;
-            m_damaged = false;
-            m_installedVersion = result->version;
             m_rollbackPossible = result->rollbackPossible;
             m_pinned = result->pinned;
             m_updateAvailable = activity == Activity::RollingBack;
+            Q_FALLTHROUGH();
+        case Activity::Repairing:
+            // A repair restores the installed version: what can be rolled back to stays as it was.
+            m_installed = true;
+            m_damaged = false;
+            m_installedVersion = result->version;
             break;
         case Activity::Verifying:
             m_damaged = false;
@@ -279,22 +292,25 @@ void Project::onFinished(Activity activity, const UpdateResultPtr& result)
     }
     if (cancelled && (changesFiles(activity) || activity == Activity::Verifying))
         m_paused = m_paused == Activity::None ? activity : m_paused;
-
     // Finding nothing installed is what examining a new project is for, no failure.
     const bool nothingInstalled = activity == Activity::Examining && result && result->error == ErrorCode::NotInstalled;
     if (!cancelled && !nothingInstalled && result)
         report(EngineErrors::fromResult(m_config.id, *result));
-    refreshState();
     Q_EMIT changed();
     if (activity != Activity::Examining && activity != Activity::Checking && activity != Activity::SettingChannel)
         Q_EMIT operationFinished(result);
 
-    if (activity == Activity::Examining && m_config.problems.isEmpty()) {
-        if (!check())
-            Q_EMIT checked();
-    } else if (activity == Activity::Examining || activity == Activity::Checking) {
-        Q_EMIT checked();
+    // An examination goes straight on to the check, without a state of its own in between; so
+    // does a check on to the install it was made for.
+    if (activity == Activity::Examining && m_config.problems.isEmpty() && check())
+        return;
+    if (activity == Activity::Checking && std::exchange(m_installAfterCheck, false) && result && result->success
+        && startChanging(Activity::Installing)) {
+        return;
     }
+    refreshState();
+    if (activity == Activity::Examining || activity == Activity::Checking)
+        Q_EMIT checked();
 }
 
 bool Project::examine()
@@ -309,7 +325,18 @@ bool Project::check()
 
 bool Project::install()
 {
-    return startChanging(m_installed ? Activity::Updating : Activity::Installing);
+    if (m_installed)
+        return startChanging(Activity::Updating);
+    // Nothing is written for a release that cannot be had (an unknown channel, a bad record):
+    // a fresh install follows a successful check.
+    if (m_availableVersion.isEmpty() || m_failed) {
+        m_installAfterCheck = true;
+        if (check())
+            return true;
+        m_installAfterCheck = false;
+        return false;
+    }
+    return startChanging(Activity::Installing);
 }
 
 bool Project::verify()

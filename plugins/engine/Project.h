@@ -98,6 +98,7 @@ private:
     /// A changing operation that waits for the game to end.
     Activity m_deferred = Activity::None;
     QString m_requestedChannel;
+    bool m_installAfterCheck = false;
     QTimer m_processWatch;
 
     bool m_examined = false;

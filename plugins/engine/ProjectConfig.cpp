@@ -52,8 +52,9 @@ ProjectConfig ProjectConfig::read(const UpdaterPluginApi* api, const QString& id
     else
         config.directory = QDir::cleanPath(QDir(config.directory).absolutePath());
 
-    const QVariant keys = api->getSetting(QStringLiteral("projects.%1.keys").arg(id), QVariant(), IciScope);
-    for (const QString& key : setting_to_string_list(keys)) {
+    const QStringList keys = setting_to_string_list(api->getSetting(QStringLiteral("projects.%1.keys").arg(id), QVariant(), IciScope));
+    config.noKeys = keys.isEmpty();
+    for (const QString& key : keys) {
         QString error;
         const QByteArray decoded = tvl::vantor::Keys::decodePublicKey(key, &error);
         if (decoded.isEmpty())
@@ -61,7 +62,7 @@ ProjectConfig ProjectConfig::read(const UpdaterPluginApi* api, const QString& id
         else
             config.keys.append(decoded);
     }
-    if (config.keys.isEmpty() && config.problems.isEmpty()) {
+    if (config.noKeys) {
         config.problems.append(QCoreApplication::translate(
             "ProjectConfig", "projects.%1.keys lists no public key in the configuration script: releases cannot be verified.").arg(id));
     }

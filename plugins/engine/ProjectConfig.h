@@ -33,6 +33,8 @@ struct ProjectConfig
 
     /// What keeps the project from being installed or updated, for the player; empty when nothing.
     QStringList problems;
+    /// The configuration script gives no public key at all (rather than wrong ones).
+    bool noKeys = false;
 
     /// The executable's absolute path.
     QString program() const;

@@ -151,7 +151,8 @@ void UpdateEngine::checkAll()
 {
     m_roundOpen = true;
     for (Project* project : std::as_const(m_projects)) {
-        if (project->isBusy() || project->gameRunning())
+        // A check only reads: it runs while the game does too.
+        if (project->isBusy())
             continue;
         if (project->state() == Initializing)
             project->examine();
