@@ -110,13 +110,19 @@ public:
     /// evaluation. `userData` is handed to it through the context.
     void createFunction(const QString& name, Function handler, void* userData = nullptr);
 
-    /// Instructions one evaluation may run (counted in steps of 1000). 0 means no limit.
+    /// Instructions one evaluation may run (counted in steps of 1000). Work that library
+    /// functions do in C counts too: a comparison when sorting, an element moved or joined by the
+    /// table library, 16 bytes walked by the utf8 library, a step of a pattern match (charged
+    /// its worst case). 0 means no limit.
     void setInstructionLimit(qint64 instructions);
     qint64 instructionLimit() const;
     /// Bytes of memory one evaluation may hold. 0 means no limit.
     void setMemoryLimit(qint64 bytes);
     qint64 memoryLimit() const;
-    /// Milliseconds one evaluation may take, checked with the instruction count. 0 means no limit.
+    /// Milliseconds one evaluation may take. A watchdog stops the script at its next
+    /// instruction or function call once the time is up, inside library functions too; one
+    /// operation of the interpreter (such as comparing two long strings) still runs to its end.
+    /// 0 means no limit.
     void setTimeLimit(qint64 milliseconds);
     qint64 timeLimit() const;
 

@@ -60,6 +60,43 @@ bool hasLocation(const QByteArray& message)
     return markerIndex(message.constData()) >= 0;
 }
 
+// The parser runs in C and never reaches a hook: it gets a text in pieces, and between two of
+// them a script that is past its time limit is stopped.
+constexpr size_t TextPiece = 64 * 1024;
+
+struct TextReader
+{
+    const char* data;
+    size_t left;
+};
+
+const char* readText(lua_State* L, void* data, size_t* size)
+{
+    auto* reader = static_cast<TextReader*>(data);
+    Evaluation::charge(L, 0);
+    *size = qMin(reader->left, TextPiece);
+    const char* piece = reader->data;
+    reader->data += *size;
+    reader->left -= *size;
+    return *size ? piece : nullptr;
+}
+
+// The same as a function chunk for load(): the string in upvalue 1 from the offset in upvalue 2.
+int readPiece(lua_State* L)
+{
+    Evaluation::charge(L, 0);
+    size_t length = 0;
+    const char* text = lua_tolstring(L, lua_upvalueindex(1), &length);
+    const auto offset = size_t(lua_tointeger(L, lua_upvalueindex(2)));
+    const size_t piece = qMin(length - offset, TextPiece);
+    if (piece == 0)
+        return 0;
+    lua_pushinteger(L, lua_Integer(offset + piece));
+    lua_replace(L, lua_upvalueindex(2));
+    lua_pushlstring(L, text + offset, piece);
+    return 1;
+}
+
 } // namespace
 
 // Chunks are named with a short marker ("\x01" index "\x02") instead of their path: Lua cuts
@@ -81,8 +118,11 @@ Evaluation::Evaluation(ICISettingsPrivate* d, bool keepValues, bool strict)
 
 Evaluation::~Evaluation()
 {
+    if (watched)
+        Watchdog::unwatch(&watch);
     if (L) {
         closing = true;
+        lua_sethook(L, nullptr, 0, 0);
         lua_close(L);
     }
 }
@@ -162,7 +202,8 @@ bool Evaluation::loadText(const QString& path, QByteArray* error)
         return false;
     }
     const QByteArray name = '=' + marker;
-    const int status = luaL_loadbufferx(L, text.constData(), size_t(text.size()), name.constData(), "t");
+    TextReader reader{text.constData(), size_t(text.size())};
+    const int status = lua_load(L, readText, &reader, name.constData(), "t");
     if (status != LUA_OK) {
         size_t length = 0;
         const char* message = lua_tolstring(L, -1, &length);
@@ -203,28 +244,32 @@ void Evaluation::charge(lua_State* L, qint64 instructions)
     self->instructions += instructions;
     const qint64 limit = self->d->instructionLimit;
     // The running function is the library function, one level below the script.
-    if (limit > 0 && self->instructions > limit)
+    if ((limit > 0 && self->instructions > limit) || self->watch.overdue.load(std::memory_order_relaxed))
         self->checkLimits(1);
 }
 
-void Evaluation::countHook(lua_State* L, lua_Debug*)
+// Runs every HookInterval instructions, and once the watchdog has armed it, at every
+// instruction and every function call.
+void Evaluation::countHook(lua_State* L, lua_Debug* debug)
 {
     Evaluation* self = of(L);
-    self->instructions += HookInterval;
+    if (debug->event == LUA_HOOKCOUNT && !self->watch.overdue.load(std::memory_order_relaxed))
+        self->instructions += HookInterval;
     self->checkLimits(0);
 }
 
 // Raises the error of an exceeded limit, located at the script function `level` levels up.
 void Evaluation::checkLimits(int level)
 {
+    // The clock as well, for when no watchdog could be had.
+    const qint64 timeLimit = d->timeLimit;
+    if (!aborting && timeLimit > 0
+        && (watch.overdue.load(std::memory_order_acquire) || clock.hasExpired(timeLimit))) {
+        abort(location(level) + "time limit of " + QByteArray::number(timeLimit) + " ms exceeded");
+    }
     const qint64 limit = d->instructionLimit;
     if (!aborting && limit > 0 && instructions > limit)
         abort(location(level) + "instruction limit of " + QByteArray::number(limit) + " exceeded");
-    // Some library functions cost time in proportion to the length of their strings (comparing
-    // long strings, for one) and are charged a single instruction: only the clock bounds them.
-    const qint64 timeLimit = d->timeLimit;
-    if (!aborting && timeLimit > 0 && clock.hasExpired(timeLimit))
-        abort(location(level) + "time limit of " + QByteArray::number(timeLimit) + " ms exceeded");
     if (aborting) {
         lua_pushlstring(L, abortMessage.constData(), size_t(abortMessage.size()));
         lua_error(L);
@@ -303,9 +348,23 @@ int Evaluation::loadTextOnly(lua_State* L)
     lua_settop(L, qMax(lua_gettop(L), 3));
     lua_pushliteral(L, "t");
     lua_replace(L, 3);
+    if (lua_type(L, 1) == LUA_TSTRING && lua_rawlen(L, 1) > TextPiece) {
+        // A long text goes to the parser through a reader, the way a function chunk would,
+        // under the name that load() gives a text.
+        if (lua_isnil(L, 2)) {
+            lua_pushvalue(L, 1);
+            lua_replace(L, 2);
+        }
+        lua_pushvalue(L, 1);
+        lua_pushinteger(L, 0);
+        lua_pushcclosure(L, readPiece, 2);
+        lua_replace(L, 1);
+    }
     lua_pushvalue(L, lua_upvalueindex(1));
     lua_insert(L, 1);
     lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
+    // A reader stopped by a limit makes load() return its message: the limit stands.
+    charge(L, 0);
     return lua_gettop(L);
 }
 
@@ -408,8 +467,8 @@ int Evaluation::setup(lua_State* L)
     lua_getfield(L, globals, LUA_STRLIBNAME);
     lua_pushnil(L);
     lua_setfield(L, -2, "dump");
-    guardStringLibrary(L);
     lua_pop(L, 1);
+    guardLibraries(L);
     lua_getfield(L, globals, "setmetatable");
     lua_pushcclosure(L, setMetatable, 1);
     lua_setfield(L, globals, "setmetatable");
@@ -471,6 +530,12 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
     *static_cast<Evaluation**>(lua_getextraspace(L)) = this;
     lua_sethook(L, countHook, LUA_MASKCOUNT, HookInterval);
     clock.start();
+    if (d->timeLimit > 0) {
+        watch.L = L;
+        watch.hook = countHook;
+        watch.deadline = Watchdog::Clock::now() + std::chrono::milliseconds(d->timeLimit);
+        watched = Watchdog::watch(&watch);
+    }
 
     lua_pushcfunction(L, messageHandler);
     const int handler = lua_gettop(L);

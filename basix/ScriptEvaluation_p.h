@@ -2,6 +2,7 @@
 
 #include "ICISettings_p.h"
 #include "ScriptAllocator_p.h"
+#include "ScriptWatchdog_p.h"
 
 #include <QtCore/QElapsedTimer>
 
@@ -22,7 +23,8 @@ public:
 
     /**
      * Charges `instructions` of work done in C by a library function called from the script;
-     * raises the located limit error (which pcall cannot catch) when that exceeds the limit.
+     * raises the located limit error (which pcall cannot catch) when that exceeds the limit or
+     * when the script is past its time limit.
      */
     static void charge(lua_State* L, qint64 instructions);
 
@@ -56,6 +58,8 @@ private:
     lua_State* L = nullptr;
     qint64 instructions = 0;
     QElapsedTimer clock;
+    Watchdog::Entry watch;
+    bool watched = false;
     bool closing = false;
     // Set once a limit is exceeded: from then on every protected call rethrows, so that a
     // script cannot catch its way past a limit.

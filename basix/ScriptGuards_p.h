@@ -17,7 +17,8 @@ namespace tvl::script {
 double patternCostLog10(const char* pattern, size_t patternLength, size_t length, bool scansAll,
                         bool plain);
 
-/// Replaces the library functions in the string table (on top of the stack) with guarded ones.
-void guardStringLibrary(lua_State* L);
+/// Replaces the library functions that can run long in C with guarded versions; the libraries
+/// must be open.
+void guardLibraries(lua_State* L);
 
 } // namespace tvl::script

@@ -1,0 +1,119 @@
+#include "ScriptWatchdog_p.h"
+
+#include <lua.h>
+
+#include <QtCore/QtGlobal>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+namespace tvl::script {
+
+namespace {
+
+class WatchdogThread
+{
+public:
+    // Created on first use and never destroyed: the thread may still wait while the process
+    // exits. A forked child has no such thread (and maybe a mutex locked by it): it gets its own.
+    static WatchdogThread* instance()
+    {
+        static std::mutex creation;
+        static WatchdogThread* current = nullptr;
+        std::lock_guard<std::mutex> lock(creation);
+        if (!current || current->m_process != ::getpid())
+            current = new WatchdogThread;
+        return current->m_running ? current : nullptr;
+    }
+
+    void watch(Watchdog::Entry* entry)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_entries.push_back(entry);
+        // The thread sleeps until a wake-up time of its own and looks at every entry then: a
+        // deadline after that time needs no wake-up call, which keeps the common case (one
+        // evaluation after another, all with the same limit) free of system calls.
+        if (!m_sleeping || entry->deadline < m_wakeUp)
+            m_condition.notify_one();
+    }
+
+    void unwatch(Watchdog::Entry* entry)
+    {
+        // Taking the mutex also waits for an arming in progress.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_entries.erase(std::remove(m_entries.begin(), m_entries.end(), entry), m_entries.end());
+    }
+
+private:
+    WatchdogThread()
+        : m_process(::getpid())
+    {
+        try {
+            std::thread([this] { run(); }).detach();
+            m_running = true;
+        } catch (const std::system_error&) {
+        }
+    }
+
+    void run()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        for (;;) {
+            const Watchdog::Clock::time_point now = Watchdog::Clock::now();
+            Watchdog::Clock::time_point next = Watchdog::Clock::time_point::max();
+            for (Watchdog::Entry* entry : m_entries) {
+                if (entry->overdue.load(std::memory_order_relaxed))
+                    continue;
+                if (entry->deadline <= now) {
+                    entry->overdue.store(true, std::memory_order_release);
+                    // What the interpreter's own signal handler does to stop a script. The
+                    // evaluation keeps its interpreter alive until unwatch(), which waits for
+                    // this mutex.
+                    lua_sethook(entry->L, entry->hook, LUA_MASKCOUNT | LUA_MASKCALL, 1);
+                } else {
+                    next = std::min(next, entry->deadline);
+                }
+            }
+            m_sleeping = next != Watchdog::Clock::time_point::max();
+            m_wakeUp = next;
+            if (m_sleeping)
+                m_condition.wait_until(lock, next);
+            else
+                m_condition.wait(lock);
+            m_sleeping = false;
+        }
+    }
+
+    const pid_t m_process;
+    bool m_running = false;
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    std::vector<Watchdog::Entry*> m_entries;
+    bool m_sleeping = false;
+    Watchdog::Clock::time_point m_wakeUp;
+};
+
+} // namespace
+
+bool Watchdog::watch(Entry* entry)
+{
+    WatchdogThread* thread = WatchdogThread::instance();
+    if (!thread)
+        return false;
+    thread->watch(entry);
+    return true;
+}
+
+void Watchdog::unwatch(Entry* entry)
+{
+    if (WatchdogThread* thread = WatchdogThread::instance())
+        thread->unwatch(entry);
+}
+
+} // namespace tvl::script
