@@ -12,11 +12,48 @@ namespace tvl::lua {
 
 namespace {
 
+// What the QVariants built take, near enough: the variant, and the data it points to with the
+// header of its allocation.
+constexpr qint64 VariantSize = sizeof(QVariant);
+constexpr qint64 AllocationSize = 32;
+constexpr qint64 MapNodeSize = 48;
+// Values converted between two looks at the clock.
+constexpr int ClockInterval = 4096;
+
 struct Converter
 {
     lua_State* L;
+    ConversionLimits& limits;
+    QString root;
     std::vector<const void*> openTables;
     QString error;
+    int untilClock = ClockInterval;
+
+    // Counts `bytes` more; false with the error set when that is past a limit.
+    bool take(qint64 bytes)
+    {
+        limits.used += bytes;
+        if (limits.memory > 0 && limits.used > limits.memory) {
+            error = QStringLiteral("the value of '%1' exceeds the memory limit of %2")
+                        .arg(root, formatBytes(limits.memory));
+            return false;
+        }
+        if (limits.overdue && --untilClock == 0) {
+            untilClock = ClockInterval;
+            if (limits.overdue->load(std::memory_order_relaxed)) {
+                error = QStringLiteral("the value of '%1' exceeds the time limit of %2 ms")
+                            .arg(root)
+                            .arg(limits.milliseconds);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    static qint64 stringSize(qsizetype length)
+    {
+        return AllocationSize + qint64(length) * qint64(sizeof(QChar));
+    }
 
     static QString joinPath(const QString& path, const QString& key)
     {
@@ -71,6 +108,8 @@ struct Converter
     bool convert(int index, const QString& path, QVariant* result)
     {
         index = lua_absindex(L, index);
+        if (!take(VariantSize))
+            return false;
         switch (lua_type(L, index)) {
         case LUA_TBOOLEAN:
             *result = bool(lua_toboolean(L, index));
@@ -84,6 +123,9 @@ struct Converter
         case LUA_TSTRING: {
             size_t length = 0;
             const char* text = lua_tolstring(L, index, &length);
+            // UTF-8 never takes fewer bytes than UTF-16 code units.
+            if (!take(stringSize(qsizetype(length))))
+                return false;
             *result = QString::fromUtf8(text, qsizetype(length));
             return true;
         }
@@ -117,10 +159,12 @@ struct Converter
         openTables.push_back(table);
 
         lua_Integer length = 0;
-        bool ok = true;
-        if (isSequence(L, index, &length)) {
+        bool ok = take(AllocationSize);
+        if (ok && isSequence(L, index, &length)) {
             QVariantList list;
-            list.reserve(qsizetype(length));
+            // Not more than the limit can hold: the items are counted as they are built.
+            const qint64 room = limits.memory > 0 ? qMax<qint64>(0, limits.memory - limits.used) / VariantSize : length;
+            list.reserve(qsizetype(qMin<qint64>(length, room)));
             for (lua_Integer i = 1; ok && i <= length; ++i) {
                 lua_rawgeti(L, index, i);
                 QVariant item;
@@ -129,14 +173,15 @@ struct Converter
                 list.append(item);
             }
             *result = list;
-        } else {
+        } else if (ok) {
             QVariantMap map;
             lua_pushnil(L);
             while (lua_next(L, index) != 0) {
                 const QString key = keyText(L, -2);
                 if (!key.isNull() && ok) {
                     QVariant item;
-                    ok = convert(-1, joinPath(path, key), &item);
+                    ok = take(MapNodeSize + stringSize(key.size()))
+                        && convert(-1, joinPath(path, key), &item);
                     if (item.isValid())
                         map.insert(key, item);
                 }
@@ -155,9 +200,20 @@ struct Converter
 
 } // namespace
 
-bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, QString* error)
+QString formatBytes(qint64 bytes)
 {
-    Converter converter{L, {}, {}};
+    if (bytes % (1024 * 1024) == 0)
+        return QStringLiteral("%1 MiB").arg(bytes / (1024 * 1024));
+    if (bytes % 1024 == 0)
+        return QStringLiteral("%1 KiB").arg(bytes / 1024);
+    return QStringLiteral("%1 bytes").arg(bytes);
+}
+
+bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, QString* error,
+               ConversionLimits* limits)
+{
+    ConversionLimits unlimited;
+    Converter converter{L, limits ? *limits : unlimited, path, {}, {}};
     if (converter.convert(index, path, result))
         return true;
     *result = QVariant();

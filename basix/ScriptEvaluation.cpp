@@ -11,6 +11,7 @@
 #include <lualib.h>
 
 #include <climits>
+#include <cstring>
 
 namespace tvl::script {
 
@@ -19,15 +20,6 @@ namespace {
 constexpr int MaximumIncludeDepth = 64;
 constexpr int HookInterval = 1000;
 constexpr char BuiltinsKey[] = "tvl.builtins";
-
-QString formatBytes(qint64 bytes)
-{
-    if (bytes % (1024 * 1024) == 0)
-        return QStringLiteral("%1 MiB").arg(bytes / (1024 * 1024));
-    if (bytes % 1024 == 0)
-        return QStringLiteral("%1 KiB").arg(bytes / 1024);
-    return QStringLiteral("%1 bytes").arg(bytes);
-}
 
 // The index of the marker that `text` starts with, or -1; `length` is set to the marker's size.
 // A script can put anything into an error message, markers with absurd numbers included.
@@ -60,25 +52,42 @@ bool hasLocation(const QByteArray& message)
     return markerIndex(message.constData()) >= 0;
 }
 
-// The parser runs in C and never reaches a hook: it gets a text in pieces, and between two of
-// them a script that is past its time limit is stopped.
+// The parser runs in C and never reaches a hook: it gets a text in pieces of at most this size,
+// and between two of them a script that is past its time limit is stopped.
 constexpr size_t TextPiece = 64 * 1024;
 
+} // namespace
+
+// A file's text for the parser, a line at a time (long lines in pieces): the parser gives no
+// account of where it is, and a limit hit while it reads is reported at the line it was given.
 struct TextReader
 {
     const char* data;
     size_t left;
+    int chunk;
+    int line = 0;
+    bool lineEnded = true;
 };
+
+namespace {
 
 const char* readText(lua_State* L, void* data, size_t* size)
 {
     auto* reader = static_cast<TextReader*>(data);
     Evaluation::charge(L, 0);
-    *size = qMin(reader->left, TextPiece);
+    *size = 0;
+    if (reader->left == 0)
+        return nullptr;
+    const size_t most = qMin(reader->left, TextPiece);
+    const void* newline = std::memchr(reader->data, '\n', most);
+    *size = newline ? size_t(static_cast<const char*>(newline) - reader->data) + 1 : most;
+    if (reader->lineEnded)
+        ++reader->line;
+    reader->lineEnded = newline != nullptr;
     const char* piece = reader->data;
     reader->data += *size;
     reader->left -= *size;
-    return *size ? piece : nullptr;
+    return piece;
 }
 
 // The same as a function chunk for load(): the string in upvalue 1 from the offset in upvalue 2.
@@ -141,8 +150,9 @@ int Evaluation::chunkFor(const QString& path)
 // is known, with every marker replaced by its path.
 QString Evaluation::finalError(QByteArray message)
 {
+    // Without a line, the message says why there is none.
     if (!hasLocation(message))
-        message.prepend(markerOf(d->absoluteFile) + ": ");
+        message.prepend(markerOf(d->absoluteFile) + (settingUp ? ": before the script ran: " : ": "));
     return expandMarkers(message);
 }
 
@@ -150,6 +160,8 @@ QString Evaluation::finalError(QByteArray message)
 // an empty string when none does.
 QByteArray Evaluation::location(int level) const
 {
+    if (reading && reading->line > 0)
+        return fileMarker(reading->chunk) + ':' + QByteArray::number(reading->line) + ": ";
     lua_Debug debug;
     for (; lua_getstack(L, level, &debug); ++level) {
         if (!lua_getinfo(L, "Sl", &debug))
@@ -202,8 +214,10 @@ bool Evaluation::loadText(const QString& path, QByteArray* error)
         return false;
     }
     const QByteArray name = '=' + marker;
-    TextReader reader{text.constData(), size_t(text.size())};
+    TextReader reader{text.constData(), size_t(text.size()), chunkFor(path)};
+    reading = &reader;
     const int status = lua_load(L, readText, &reader, name.constData(), "t");
+    reading = nullptr;
     if (status != LUA_OK) {
         size_t length = 0;
         const char* message = lua_tolstring(L, -1, &length);
@@ -234,8 +248,21 @@ void Evaluation::memoryRefused(void* owner)
     auto* self = static_cast<Evaluation*>(owner);
     if (!self->aborting && !self->closing && self->L) {
         self->abort(self->location(0) + "memory limit of "
-                    + formatBytes(self->allocator.limit()).toUtf8() + " exceeded");
+                    + lua::formatBytes(self->allocator.limit()).toUtf8() + " exceeded");
     }
+}
+
+// The settings built from the script's values are held to its limits as well: a table or a long
+// string that the script references many times is built once for every reference.
+lua::ConversionLimits Evaluation::conversionLimits() const
+{
+    lua::ConversionLimits limits;
+    limits.memory = d->memoryLimit;
+    if (watched) {
+        limits.overdue = &watch.overdue;
+        limits.milliseconds = d->timeLimit;
+    }
+    return limits;
 }
 
 void Evaluation::charge(lua_State* L, qint64 instructions)
@@ -410,10 +437,11 @@ int Evaluation::callNative(lua_State* L)
     QList<QVariant> arguments;
     const int count = lua_gettop(L);
     arguments.reserve(count);
+    lua::ConversionLimits limits = self->conversionLimits();
     for (int i = 1; i <= count; ++i) {
         QVariant argument;
         QString error;
-        if (!lua::toVariant(L, i, QStringLiteral("argument %1").arg(i), &argument, &error)) {
+        if (!lua::toVariant(L, i, QStringLiteral("argument %1").arg(i), &argument, &error, &limits)) {
             const QByteArray message = function.name.toUtf8() + ": " + error.toUtf8();
             return luaL_error(L, "%s", message.constData());
         }
@@ -541,8 +569,10 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
     const int handler = lua_gettop(L);
 
     lua_pushcfunction(L, setup);
+    settingUp = true;
     int status = lua_pcall(L, 0, 0, handler);
     if (status == LUA_OK) {
+        settingUp = false;
         QByteArray loadError;
         if (!loadText(d->absoluteFile, &loadError)) {
             *error = finalError(loadError);
@@ -573,6 +603,7 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
     lua_pushglobaltable(L);
     const int globals = lua_gettop(L);
     QVariantMap values;
+    lua::ConversionLimits limits = conversionLimits();
     lua_pushnil(L);
     while (lua_next(L, globals) != 0) {
         if (lua_type(L, -2) == LUA_TSTRING) {
@@ -584,8 +615,9 @@ bool Evaluation::run(QVariantMap* result, QStringList* files, QString* error)
                 const QString name = QString::fromUtf8(lua_tostring(L, -2));
                 QVariant value;
                 QString conversionError;
-                if (!lua::toVariant(L, -1, name, &value, &conversionError)) {
-                    *error = QStringLiteral("%1: %2").arg(d->absoluteFile, conversionError);
+                if (!lua::toVariant(L, -1, name, &value, &conversionError, &limits)) {
+                    // Nothing runs any more, so there is no line to point at.
+                    *error = QStringLiteral("%1: at the end of the script, %2").arg(d->absoluteFile, conversionError);
                     return false;
                 }
                 if (value.isValid())

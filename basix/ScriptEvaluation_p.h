@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ICISettings_p.h"
+#include "LuaValues_p.h"
 #include "ScriptAllocator_p.h"
 #include "ScriptWatchdog_p.h"
 
@@ -9,6 +10,8 @@
 #include <lua.h>
 
 namespace tvl::script {
+
+struct TextReader;
 
 // One run of a script in its own interpreter.
 class Evaluation
@@ -37,6 +40,7 @@ private:
     bool loadText(const QString& path, QByteArray* error);
     void abort(const QByteArray& message);
     void checkLimits(int level);
+    lua::ConversionLimits conversionLimits() const;
 
     static QByteArray fileMarker(int index);
     static void memoryRefused(void* owner);
@@ -65,6 +69,9 @@ private:
     // script cannot catch its way past a limit.
     bool aborting = false;
     QByteArray abortMessage;
+    // Set while the parser reads a file, and while the values given with setValue() are set.
+    const TextReader* reading = nullptr;
+    bool settingUp = false;
     QStringList chunkFiles;
     QStringList includeStack;
     QStringList filesRead;

@@ -11,6 +11,15 @@ using M = QVariantMap;
 
 static QList<ICISettingsContext> calls; // what the native function "record" was given
 
+// A list of two references to a list of two references... `depth` deep: 2^depth leaves.
+static QVariant sharedList(int depth)
+{
+    QVariant list = 1;
+    for (int i = 0; i < depth; ++i)
+        list = QVariantList{list, list};
+    return list;
+}
+
 class IciSettingsTest : public QObject
 {
     Q_OBJECT
@@ -312,6 +321,77 @@ private slots:
         settings.setInstructionLimit(1'000'000);
         QVERIFY(!settings.evaluate());
         QCOMPARE(settings.errorString(), path + ":2: instruction limit of 1000000 exceeded");
+    }
+
+    // Settings made from values that the script references many times are built once for every
+    // reference: the memory limit holds for them, in both directions, and the error says where.
+    void valuesStayWithinTheMemoryLimit_data()
+    {
+        QTest::addColumn<QByteArray>("script");
+        QTest::addColumn<QString>("expected"); // after the path of the script
+        QTest::addColumn<bool>("given"); // a shared list given with setValue() too
+        const QString memory = "memory limit of 16 MiB";
+        QTest::newRow("a string referenced many times") << QByteArray("s = ('x'):rep(1 << 20)\nt = {} for i = 1, 4000 do t[i] = s end\n")
+                                                        << ": at the end of the script, the value of 't' exceeds the " + memory << false;
+        QTest::newRow("lists nested by reference") << QByteArray("t = {} for i = 1, 40 do t = { t, t } end\n")
+                                                   << ": at the end of the script, the value of 't' exceeds the " + memory << false;
+        QTest::newRow("maps nested by reference") << QByteArray("m = {} for i = 1, 40 do m = { a = m, b = m } end\n")
+                                                  << ": at the end of the script, the value of 'm' exceeds the " + memory << false;
+        QTest::newRow("argument of a native function") << QByteArray("t = {} for i = 1, 40 do t = { t, t } end\nrecord(1, t)\n")
+                                                       << ":2: record: the value of 'argument 2' exceeds the " + memory << false;
+        QTest::newRow("result of a native function") << QByteArray("\nx = shared()\n") << ":2: " + memory + " exceeded" << false;
+        QTest::newRow("value given before") << QByteArray("x = 1\n") << ": before the script ran: " + memory + " exceeded" << true;
+    }
+
+    void valuesStayWithinTheMemoryLimit()
+    {
+        QFETCH(QByteArray, script);
+        const QString path = write("shared.lua", script);
+        ICISettings settings(path);
+        settings.setMemoryLimit(16 * 1024 * 1024);
+        settings.createFunction("record", [](ICISettingsContext*) { return QVariant(); });
+        settings.createFunction("shared", [](ICISettingsContext*) { return sharedList(40); });
+        QFETCH(bool, given);
+        if (given)
+            settings.setValue("given", sharedList(40));
+        QVERIFY(!settings.evaluate());
+        QTEST(settings.errorString().mid(path.size()), "expected");
+        settings.setValue("given", QVariant());
+        write("shared.lua", "fine = true\n"); // and the engine still works
+        QVERIFY(settings.reload() && settings.evaluate());
+    }
+
+    // Without a memory limit, the time limit still ends building settings from shared values.
+    void valuesStayWithinTheTimeLimit()
+    {
+        const QString path = write("shared.lua", "t = {} for i = 1, 40 do t = { t, t } end\n");
+        ICISettings settings(path);
+        settings.setMemoryLimit(0);
+        settings.setTimeLimit(200);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!settings.evaluate());
+        QCOMPARE(settings.errorString(), path + ": at the end of the script, the value of 't' exceeds the time limit of 200 ms");
+        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed()) + " ms"));
+    }
+
+    // A parser that runs out of memory stops at a line of the file it reads, an included one too.
+    void parserOutOfMemoryNamesTheLine()
+    {
+        QByteArray constants = "t = {\n";
+        for (int i = 0; i < 300'000; ++i)
+            constants += "'s" + QByteArray::number(i) + "',\n";
+        const QString included = write("big.lua", constants + "}\n");
+        for (const QString& main : {included, write("includes.lua", "x = 1\ninclude('big.lua')\n")}) {
+            ICISettings settings(main);
+            settings.setMemoryLimit(16 * 1024 * 1024);
+            QVERIFY(!settings.evaluate());
+            const QRegularExpressionMatch match = QRegularExpression("^(.*):(\\d+): memory limit of 16 MiB exceeded$")
+                                                      .match(settings.errorString());
+            QVERIFY2(match.hasMatch(), qPrintable(settings.errorString()));
+            QCOMPARE(match.captured(1), included);
+            QVERIFY(match.captured(2).toInt() > 1000);
+        }
     }
 
     void defaultLimitsStopRunawayScripts()
