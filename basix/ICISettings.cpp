@@ -3,19 +3,19 @@
 #include "DottedMap_p.h"
 #include "ICISettings_p.h"
 #include "ScriptEvaluation_p.h"
-
-#include <QtCore/QFile>
+#include "ScriptText_p.h"
 
 namespace tvl {
 
 bool ICISettingsPrivate::readMainFile()
 {
-    QFile input(absoluteFile);
-    if (!input.open(QIODevice::ReadOnly)) {
-        errorString = QStringLiteral("%1: cannot read the file: %2").arg(absoluteFile, input.errorString());
+    QByteArray text;
+    QString reason;
+    if (!script::readScriptFile(absoluteFile, &text, &reason)) {
+        errorString = QStringLiteral("%1: cannot read the file: %2").arg(absoluteFile, reason);
         return false;
     }
-    texts.insert(absoluteFile, input.readAll());
+    texts.insert(absoluteFile, text);
     return true;
 }
 
@@ -70,6 +70,7 @@ bool ICISettings::evaluate(bool keepValues, bool strict)
     {
         script::Evaluation evaluation(d.get(), keepValues, strict);
         ok = evaluation.run(&values, &files, &error);
+        d->missingFiles = evaluation.missingFiles();
     }
     if (!ok) {
         d->errorString = error.isEmpty() ? QStringLiteral("%1: evaluation failed").arg(d->absoluteFile) : error;
@@ -100,9 +101,8 @@ bool ICISettings::reload()
             ++it;
             continue;
         }
-        QFile input(it.key());
-        if (input.open(QIODevice::ReadOnly)) {
-            *it = input.readAll();
+        QString reason;
+        if (script::readScriptFile(it.key(), &*it, &reason)) {
             ++it;
         } else {
             // Read again, and reported, by the evaluation that still includes it.
@@ -116,6 +116,11 @@ bool ICISettings::reload()
 QStringList ICISettings::files() const
 {
     return d->files;
+}
+
+QStringList ICISettings::missingFiles() const
+{
+    return d->missingFiles;
 }
 
 QStringList ICISettings::keys() const

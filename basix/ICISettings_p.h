@@ -34,6 +34,7 @@ public:
     QVariantMap values;
     QStringList keys;
     QStringList files;
+    QStringList missingFiles;
     QVariantMap presets;
     QList<NativeFunction> functions;
     qint64 instructionLimit = ICISettings::DefaultInstructionLimit;

@@ -5,8 +5,6 @@
 #include "ScriptGuards_p.h"
 #include "ScriptText_p.h"
 
-#include <QtCore/QFile>
-
 #include <lauxlib.h>
 #include <lualib.h>
 
@@ -194,12 +192,15 @@ QString Evaluation::expandMarkers(const QByteArray& message) const
 bool Evaluation::loadText(const QString& path, QByteArray* error)
 {
     if (!d->texts.contains(path)) {
-        QFile input(path);
-        if (!input.open(QIODevice::ReadOnly)) {
-            *error = QStringLiteral("cannot read '%1': %2").arg(path, input.errorString()).toUtf8();
+        QByteArray text;
+        QString reason;
+        if (!readScriptFile(path, &text, &reason)) {
+            *error = QStringLiteral("cannot read '%1': %2").arg(path, reason).toUtf8();
+            if (path != d->absoluteFile && !missing.contains(path))
+                missing.append(path);
             return false;
         }
-        d->texts.insert(path, input.readAll());
+        d->texts.insert(path, text);
     }
     QByteArray text = d->texts.value(path);
     if (text.startsWith("\xEF\xBB\xBF"))

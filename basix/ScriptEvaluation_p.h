@@ -21,6 +21,8 @@ public:
     ~Evaluation();
 
     bool run(QVariantMap* result, QStringList* filesRead, QString* error);
+    /// The included files that could not be read.
+    QStringList missingFiles() const { return missing; }
 
     static Evaluation* of(lua_State* L) { return *static_cast<Evaluation**>(lua_getextraspace(L)); }
 
@@ -75,6 +77,7 @@ private:
     QStringList chunkFiles;
     QStringList includeStack;
     QStringList filesRead;
+    QStringList missing;
 };
 
 } // namespace tvl::script

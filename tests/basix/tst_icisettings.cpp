@@ -4,6 +4,8 @@
 
 #include <QtTest/QtTest>
 
+#include <sys/stat.h>
+
 using tvl::ICISettings;
 using tvl::ICISettingsContext;
 using L = QVariantList;
@@ -143,6 +145,67 @@ private slots:
         ICISettings memory(m_dir.filePath("memory/virtual.lua"), "include('part.lua')\nwhole = part .. '!'\n");
         QVERIFY(!memory.hasError() && memory.reload() && memory.evaluate());
         QCOMPARE(memory.value("whole"), "from disk!");
+    }
+
+    // Only regular files are read, as main file or included: anything else is an error naming
+    // the path, at once (a FIFO without a writer would wait forever, /dev/zero never ends).
+    void onlyRegularFilesAreRead_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("included");
+        QTest::addColumn<QString>("reason");
+        for (const bool included : {false, true}) {
+            const auto row = [&](const char* kind, const char* reason) {
+                QTest::addRow("%s%s", kind, included ? ", included" : "") << kind << included << reason;
+            };
+            row("fifo", "it is not a regular file");
+            row("device", "it is not a regular file");
+            row("directory", "it is a directory");
+            row("too large", "the file is larger than 16 MiB");
+            row("missing", "No such file or directory");
+        }
+    }
+
+    void onlyRegularFilesAreRead()
+    {
+        QFETCH(QString, kind);
+        QFETCH(bool, included);
+        QTemporaryDir dir;
+        const QString path = dir.filePath("odd.lua");
+        if (kind == "fifo")
+            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else if (kind == "device")
+            QVERIFY(QFile::link("/dev/zero", path));
+        else if (kind == "directory")
+            QVERIFY(QDir().mkpath(path));
+        else if (kind == "too large") // sparse: its size is what counts
+            QVERIFY(QFile(testsupport::writeFile(path, "x = 1\n")).resize(16 * 1024 * 1024 + 1));
+        const QString main = included ? testsupport::writeFile(dir.filePath("main.lua"), "x = 1\ninclude('odd.lua')\n") : path;
+        QElapsedTimer clock;
+        clock.start();
+        ICISettings settings(main);
+        QVERIFY(!settings.evaluate());
+        QFETCH(QString, reason);
+        QCOMPARE(settings.errorString(), included ? QStringLiteral("%1:2: cannot read '%2': %3").arg(main, path, reason)
+                                                  : QStringLiteral("%1: cannot read the file: %2").arg(path, reason));
+        QCOMPARE(settings.missingFiles(), included ? QStringList{path} : QStringList());
+        QVERIFY(clock.elapsed() < 1000);
+    }
+
+    // Includes that could not be read, whether the evaluation fails or the script goes on.
+    void missingFiles()
+    {
+        const QString main = write("missing/main.lua", "pcall(include, 'a.lua')\nx = 1\n");
+        ICISettings settings(main);
+        QVERIFY(settings.evaluate());
+        QCOMPARE(settings.missingFiles(), QStringList{m_dir.filePath("missing/a.lua")});
+        write("missing/main.lua", "pcall(include, 'sub/b.lua')\ninclude('a.lua')\n");
+        QVERIFY(settings.reload() && !settings.evaluate());
+        QCOMPARE(settings.missingFiles(), (QStringList{m_dir.filePath("missing/sub/b.lua"), m_dir.filePath("missing/a.lua")}));
+        write("missing/a.lua", "y = 2\n");
+        write("missing/main.lua", "include('a.lua')\n");
+        QVERIFY(settings.reload() && settings.evaluate());
+        QCOMPARE(settings.missingFiles(), QStringList());
     }
 
     void nativeFunctions()
