@@ -22,12 +22,33 @@ constexpr int ClockInterval = 4096;
 
 struct Converter
 {
+    // A step from a table to one of its values: a key of a map, or an index of a list.
+    struct Step
+    {
+        QString key;
+        lua_Integer index;
+    };
+
     lua_State* L;
     ConversionLimits& limits;
     QString root;
     std::vector<const void*> openTables;
+    // Where the conversion is, kept as steps: the text is only needed for a message.
+    std::vector<Step> steps;
     QString error;
     int untilClock = ClockInterval;
+
+    QString path() const
+    {
+        QString text = root;
+        for (const Step& step : steps) {
+            if (step.key.isNull())
+                text += QLatin1Char('[') + QString::number(step.index) + QLatin1Char(']');
+            else
+                text = text.isEmpty() ? step.key : text + QLatin1Char('.') + step.key;
+        }
+        return text;
+    }
 
     // Counts `bytes` more; false with the error set when that is past a limit.
     bool take(qint64 bytes)
@@ -53,11 +74,6 @@ struct Converter
     static qint64 stringSize(qsizetype length)
     {
         return AllocationSize + qint64(length) * qint64(sizeof(QChar));
-    }
-
-    static QString joinPath(const QString& path, const QString& key)
-    {
-        return path.isEmpty() ? key : path + QLatin1Char('.') + key;
     }
 
     static QString keyText(lua_State* L, int index)
@@ -105,7 +121,7 @@ struct Converter
         return true;
     }
 
-    bool convert(int index, const QString& path, QVariant* result)
+    bool convert(int index, QVariant* result)
     {
         index = lua_absindex(L, index);
         if (!take(VariantSize))
@@ -130,30 +146,30 @@ struct Converter
             return true;
         }
         case LUA_TTABLE:
-            return convertTable(index, path, result);
+            return convertTable(index, result);
         default:
             *result = QVariant();
             return true;
         }
     }
 
-    bool convertTable(int index, const QString& path, QVariant* result)
+    bool convertTable(int index, QVariant* result)
     {
         const void* table = lua_topointer(L, index);
         for (const void* open : openTables) {
             if (open == table) {
-                error = QStringLiteral("the value of '%1' contains itself").arg(path);
+                error = QStringLiteral("the value of '%1' contains itself").arg(path());
                 return false;
             }
         }
         if (int(openTables.size()) >= MaximumNesting) {
             error = QStringLiteral("the value of '%1' nests more than %2 tables deep")
-                        .arg(path)
+                        .arg(path())
                         .arg(MaximumNesting);
             return false;
         }
         if (!lua_checkstack(L, 4)) {
-            error = QStringLiteral("the value of '%1' nests too deeply").arg(path);
+            error = QStringLiteral("the value of '%1' nests too deeply").arg(path());
             return false;
         }
         openTables.push_back(table);
@@ -168,7 +184,9 @@ struct Converter
             for (lua_Integer i = 1; ok && i <= length; ++i) {
                 lua_rawgeti(L, index, i);
                 QVariant item;
-                ok = convert(-1, path + QLatin1Char('[') + QString::number(i) + QLatin1Char(']'), &item);
+                steps.push_back(Step{QString(), i});
+                ok = convert(-1, &item);
+                steps.pop_back();
                 lua_pop(L, 1);
                 list.append(item);
             }
@@ -180,8 +198,9 @@ struct Converter
                 const QString key = keyText(L, -2);
                 if (!key.isNull() && ok) {
                     QVariant item;
-                    ok = take(MapNodeSize + stringSize(key.size()))
-                        && convert(-1, joinPath(path, key), &item);
+                    steps.push_back(Step{key, 0});
+                    ok = take(MapNodeSize + stringSize(key.size())) && convert(-1, &item);
+                    steps.pop_back();
                     if (item.isValid())
                         map.insert(key, item);
                 }
@@ -213,8 +232,8 @@ bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, Q
                ConversionLimits* limits)
 {
     ConversionLimits unlimited;
-    Converter converter{L, limits ? *limits : unlimited, path, {}, {}};
-    if (converter.convert(index, path, result))
+    Converter converter{L, limits ? *limits : unlimited, path, {}, {}, {}};
+    if (converter.convert(index, result))
         return true;
     *result = QVariant();
     if (error)
