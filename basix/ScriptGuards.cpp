@@ -9,7 +9,6 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <utility>
 
 namespace tvl::script {
 
@@ -101,32 +100,44 @@ double patternCostLog10(const char* pattern, size_t patternLength, size_t length
 
 namespace {
 
-// Wrappers of library functions have three upvalues: the library's function, its name, and
-// what kind of call it is (a PatternFunction, a WalkedRange).
-int kindOf(lua_State* L)
+// The library's own functions, which the guarded ones call after they have charged the work:
+// C functions without upvalues, the same in every interpreter. Called directly, not through
+// the interpreter, they run as the guarded function itself, under its name in messages about
+// their arguments.
+struct LibraryFunctions
 {
-    return int(lua_tointeger(L, lua_upvalueindex(3)));
+    lua_CFunction find, match, gmatch, gsub, len, codepoint, offset, codes, sort;
+};
+
+lua_CFunction field(lua_State* L, const char* name)
+{
+    lua_getfield(L, -1, name);
+    const lua_CFunction function = lua_tocfunction(L, -1);
+    lua_pop(L, 1);
+    return function;
 }
 
-// The library's function called with the arguments of this call; returns what it returns. Called
-// from C, the library's function no longer knows its own name for the messages about its
-// arguments ("bad argument #1 to '?'"): it is put back in.
-int callOriginal(lua_State* L)
+// Read from the first interpreter whose libraries are open.
+const LibraryFunctions& library(lua_State* L)
 {
-    lua_pushvalue(L, lua_upvalueindex(1));
-    lua_insert(L, 1);
-    if (lua_pcall(L, lua_gettop(L) - 1, LUA_MULTRET, 0) == LUA_OK)
-        return lua_gettop(L);
-    size_t length = 0;
-    const char* text = lua_tolstring(L, -1, &length);
-    QByteArray message = text ? QByteArray(text, qsizetype(length)) : QByteArray();
-    const QByteArray unnamed = "to '?'";
-    const qsizetype at = message.indexOf(unnamed);
-    if (message.startsWith("bad argument #") && at >= 0) {
-        message.replace(at, unnamed.size(), "to '" + QByteArray(lua_tostring(L, lua_upvalueindex(2))) + '\'');
-        lua_pushlstring(L, message.constData(), size_t(message.size()));
-    }
-    return lua_error(L);
+    static const LibraryFunctions functions = [L] {
+        LibraryFunctions f{};
+        lua_getglobal(L, LUA_STRLIBNAME);
+        f.find = field(L, "find");
+        f.match = field(L, "match");
+        f.gmatch = field(L, "gmatch");
+        f.gsub = field(L, "gsub");
+        lua_getglobal(L, LUA_UTF8LIBNAME);
+        f.len = field(L, "len");
+        f.codepoint = field(L, "codepoint");
+        f.offset = field(L, "offset");
+        f.codes = field(L, "codes");
+        lua_getglobal(L, LUA_TABLIBNAME);
+        f.sort = field(L, "sort");
+        lua_pop(L, 3);
+        return f;
+    }();
+    return functions;
 }
 
 // Work that walks a string byte by byte, as instructions.
@@ -135,9 +146,8 @@ qint64 walkCost(size_t bytes)
     return qint64(bytes / 16) + 1;
 }
 
-int guardedPattern(lua_State* L)
+void chargePattern(lua_State* L, PatternFunction function)
 {
-    const auto function = PatternFunction(kindOf(L));
     const bool scansAll = function == GMatch || function == GSub;
     // Only find() has the plain flag; the others ignore a fourth argument.
     const bool plain = function == Find && lua_toboolean(L, 4);
@@ -149,12 +159,34 @@ int guardedPattern(lua_State* L)
         const char* pattern = lua_tolstring(L, 2, &patternLength);
         const double cost = patternCostLog10(pattern, patternLength, subjectLength, scansAll, plain);
         if (cost > std::log10(MaximumPatternSteps)) {
-            return luaL_error(L, "pattern too complex for a subject of %d bytes",
-                              int(qMin<size_t>(subjectLength, INT_MAX)));
+            luaL_error(L, "pattern too complex for a subject of %d bytes", int(qMin<size_t>(subjectLength, INT_MAX)));
         }
         Evaluation::charge(L, qint64(std::pow(10.0, cost)));
     }
-    return callOriginal(L);
+}
+
+int find(lua_State* L)
+{
+    chargePattern(L, Find);
+    return library(L).find(L);
+}
+
+int match(lua_State* L)
+{
+    chargePattern(L, Match);
+    return library(L).match(L);
+}
+
+int gmatch(lua_State* L)
+{
+    chargePattern(L, GMatch);
+    return library(L).gmatch(L);
+}
+
+int gsub(lua_State* L)
+{
+    chargePattern(L, GSub);
+    return library(L).gsub(L);
 }
 
 constexpr size_t CopyPiece = 1024 * 1024;
@@ -223,19 +255,41 @@ lua_Integer integerOr(lua_State* L, int index, lua_Integer fallback)
 // utf8.len(s [, i [, j]]) and utf8.codepoint(s [, i [, j]]) decode the bytes from i to j;
 // utf8.offset and utf8.codes may walk all of the string. Charged before they run; arguments
 // that are not integers are the library's to report.
-int walkString(lua_State* L)
+void chargeWalk(lua_State* L, WalkedRange range)
 {
-    if (lua_type(L, 1) == LUA_TSTRING) {
-        const size_t length = lua_rawlen(L, 1);
-        size_t bytes = length;
-        const auto range = WalkedRange(kindOf(L));
-        if (range != WholeString) {
-            const lua_Integer from = integerOr(L, 2, 1);
-            bytes = bytesBetween(length, from, integerOr(L, 3, range == ToEnd ? -1 : from));
-        }
-        Evaluation::charge(L, walkCost(bytes));
+    if (lua_type(L, 1) != LUA_TSTRING)
+        return;
+    const size_t length = lua_rawlen(L, 1);
+    size_t bytes = length;
+    if (range != WholeString) {
+        const lua_Integer from = integerOr(L, 2, 1);
+        bytes = bytesBetween(length, from, integerOr(L, 3, range == ToEnd ? -1 : from));
     }
-    return callOriginal(L);
+    Evaluation::charge(L, walkCost(bytes));
+}
+
+int len(lua_State* L)
+{
+    chargeWalk(L, ToEnd);
+    return library(L).len(L);
+}
+
+int codepoint(lua_State* L)
+{
+    chargeWalk(L, ToStart);
+    return library(L).codepoint(L);
+}
+
+int offset(lua_State* L)
+{
+    chargeWalk(L, WholeString);
+    return library(L).offset(L);
+}
+
+int codes(lua_State* L)
+{
+    chargeWalk(L, WholeString);
+    return library(L).codes(L);
 }
 
 // The sort of the table library calls the comparator once per comparison; ours charges each
@@ -262,7 +316,7 @@ int sort(lua_State* L)
         lua_settop(L, 2);
         lua_pushcclosure(L, compareCharged, 1);
     }
-    return callOriginal(L);
+    return library(L).sort(L);
 }
 
 // The table library's loops over ranges (insert, remove, move, concat) read and write through
@@ -396,16 +450,7 @@ int concat(lua_State* L)
     return 1;
 }
 
-// Replaces `name` in the table on top of the stack with `function`, a wrapper of the library's.
-void wrap(lua_State* L, const char* name, lua_CFunction function, int kind = 0)
-{
-    lua_getfield(L, -1, name);
-    lua_pushstring(L, name);
-    lua_pushinteger(L, kind);
-    lua_pushcclosure(L, function, 3);
-    lua_setfield(L, -2, name);
-}
-
+// Puts `function` in place of `name` in the table on top of the stack.
 void replace(lua_State* L, const char* name, lua_CFunction function)
 {
     lua_pushcfunction(L, function);
@@ -416,23 +461,25 @@ void replace(lua_State* L, const char* name, lua_CFunction function)
 
 void guardLibraries(lua_State* L)
 {
+    library(L);
+
     lua_getglobal(L, LUA_STRLIBNAME);
-    wrap(L, "find", guardedPattern, Find);
-    wrap(L, "match", guardedPattern, Match);
-    wrap(L, "gmatch", guardedPattern, GMatch);
-    wrap(L, "gsub", guardedPattern, GSub);
+    replace(L, "find", find);
+    replace(L, "match", match);
+    replace(L, "gmatch", gmatch);
+    replace(L, "gsub", gsub);
     replace(L, "rep", repeat);
     lua_pop(L, 1);
 
     lua_getglobal(L, LUA_UTF8LIBNAME);
-    wrap(L, "len", walkString, ToEnd);
-    wrap(L, "codepoint", walkString, ToStart);
-    wrap(L, "offset", walkString, WholeString);
-    wrap(L, "codes", walkString, WholeString);
+    replace(L, "len", len);
+    replace(L, "codepoint", codepoint);
+    replace(L, "offset", offset);
+    replace(L, "codes", codes);
     lua_pop(L, 1);
 
     lua_getglobal(L, LUA_TABLIBNAME);
-    wrap(L, "sort", sort);
+    replace(L, "sort", sort);
     replace(L, "insert", insert);
     replace(L, "remove", remove);
     replace(L, "move", move);

@@ -5,13 +5,15 @@
 #include <QtCore/QtGlobal>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <vector>
 
-#include <unistd.h>
+#include <pthread.h>
 
 namespace tvl::script {
 
@@ -21,14 +23,21 @@ class WatchdogThread
 {
 public:
     // Created on first use and never destroyed: the thread may still wait while the process
-    // exits. A forked child has no such thread (and maybe a mutex locked by it): it gets its own.
+    // exits. A forked child has no such thread (and maybe a mutex locked by it): it starts
+    // afresh.
     static WatchdogThread* instance()
     {
-        static std::mutex creation;
-        static WatchdogThread* current = nullptr;
-        std::lock_guard<std::mutex> lock(creation);
-        if (!current || current->m_process != ::getpid())
-            current = new WatchdogThread;
+        WatchdogThread* current = s_current.load(std::memory_order_acquire);
+        if (!current) {
+            static const bool forkHandled = ::pthread_atfork(nullptr, nullptr, &forkChild) == 0;
+            Q_UNUSED(forkHandled)
+            std::lock_guard<std::mutex> lock(s_creation);
+            current = s_current.load(std::memory_order_relaxed);
+            if (!current) {
+                current = new WatchdogThread;
+                s_current.store(current, std::memory_order_release);
+            }
+        }
         return current->m_running ? current : nullptr;
     }
 
@@ -52,7 +61,6 @@ public:
 
 private:
     WatchdogThread()
-        : m_process(::getpid())
     {
         try {
             std::thread([this] { run(); }).detach();
@@ -90,7 +98,15 @@ private:
         }
     }
 
-    const pid_t m_process;
+    static void forkChild()
+    {
+        new (&s_creation) std::mutex;
+        s_current.store(nullptr, std::memory_order_relaxed);
+    }
+
+    static std::atomic<WatchdogThread*> s_current;
+    static std::mutex s_creation;
+
     bool m_running = false;
     std::mutex m_mutex;
     std::condition_variable m_condition;
@@ -98,6 +114,9 @@ private:
     bool m_sleeping = false;
     Watchdog::Clock::time_point m_wakeUp;
 };
+
+std::atomic<WatchdogThread*> WatchdogThread::s_current{nullptr};
+std::mutex WatchdogThread::s_creation;
 
 } // namespace
 
