@@ -300,7 +300,11 @@ private slots:
             {"x = utf8.len({})\n", "bad.lua:1: bad argument #1 to 'len' (string expected, got table)"},
             {"table.sort({ 2, 1 }, 1)\n", "bad.lua:1: bad argument #2 to 'sort' (function expected, got number)"},
             {"table.insert({}, 5, 1)\n", "bad.lua:1: bad argument #2 to 'insert' (position out of bounds)"},
-            {"x = table.concat({ {} })\n", "bad.lua:1: invalid value (at index 1) in table for 'concat'"}};
+            {"x = table.concat({ {} })\n", "bad.lua:1: invalid value (at index 1) in table for 'concat'"},
+            // Library functions that would run long or take much in one call stop on their own checks.
+            {"x = 1\nt = { table.unpack({}, 1, 1 << 40) }\n", "bad.lua:2: too many results to unpack"},
+            {"s = ('x'):rep(1 << 21)\nt = { s:byte(1, -1) }\n", "bad.lua:2: string slice too long"},
+            {"x = 1\ns = string.format('%0999999d', 1)\n", "bad.lua:2: invalid conversion"}};
         for (const auto& [script, expected] : rows) {
             ICISettings settings(write("bad.lua", script));
             settings.setInstructionLimit(2'000'000);
