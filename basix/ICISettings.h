@@ -45,7 +45,8 @@ namespace tvl {
  *
  * include(path): a relative path is taken from the directory of the file that calls it.
  * Every included file joins files(); including a file that is being evaluated (a cycle) is an
- * error. The text of each file is read once and kept: evaluate() runs the kept texts, and
+ * error. Only regular files of at most 16 MiB are read, the main file included: anything else
+ * (a directory, a FIFO, a device) is an error naming the path, and is never waited on. The text of each file is read once and kept: evaluate() runs the kept texts, and
  * reload() reads them all again from disk, so a script's result changes only through reload().
  *
  * Not thread-safe; one object belongs to one thread at a time.
@@ -93,6 +94,9 @@ public:
     /// The main file and every file the last successful evaluation included, as absolute
     /// paths, the main file first. Before the first evaluation, only the main file.
     QStringList files() const;
+    /// The files that the last evaluation, successful or not, tried to include but could not
+    /// read (missing, unreadable, not a regular file), as absolute paths in the order tried.
+    QStringList missingFiles() const;
 
     QStringList keys() const;
     bool contains(const QString& key) const;
@@ -110,13 +114,19 @@ public:
     /// evaluation. `userData` is handed to it through the context.
     void createFunction(const QString& name, Function handler, void* userData = nullptr);
 
-    /// Instructions one evaluation may run (counted in steps of 1000). 0 means no limit.
+    /// Instructions one evaluation may run (counted in steps of 1000). Work that library
+    /// functions do in C counts too: a comparison when sorting, an element moved or joined by the
+    /// table library, 16 bytes walked by the utf8 library, a step of a pattern match (charged
+    /// its worst case). 0 means no limit.
     void setInstructionLimit(qint64 instructions);
     qint64 instructionLimit() const;
     /// Bytes of memory one evaluation may hold. 0 means no limit.
     void setMemoryLimit(qint64 bytes);
     qint64 memoryLimit() const;
-    /// Milliseconds one evaluation may take, checked with the instruction count. 0 means no limit.
+    /// Milliseconds one evaluation may take. A watchdog stops the script at its next
+    /// instruction or function call once the time is up, inside library functions too; one
+    /// operation of the interpreter (such as comparing two long strings) still runs to its end.
+    /// 0 means no limit.
     void setTimeLimit(qint64 milliseconds);
     qint64 timeLimit() const;
 

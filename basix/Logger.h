@@ -10,9 +10,26 @@
 #include <QtCore/QUrl>
 #include <QtCore/QVariant>
 
+#include <type_traits>
+
 namespace tvl {
 
 class AbstractLoggerOutput;
+
+namespace detail {
+
+// Types for which Logger::Stream has no operator of its own and that reach none of them
+// through an implicit conversion either: they would otherwise not compile.
+template <typename T>
+constexpr bool isOtherLogItem = !std::is_convertible_v<const T&, QVariant>
+    && !std::is_convertible_v<const T&, QString> && !std::is_convertible_v<const T&, QStringView>
+    && !std::is_convertible_v<const T&, QLatin1String> && !std::is_convertible_v<const T&, const char*>
+    && !std::is_convertible_v<const T&, bool> && !std::is_convertible_v<const T&, long long>
+    && !std::is_convertible_v<const T&, double> && !std::is_convertible_v<const T&, QStringList>
+    && !std::is_convertible_v<const T&, QByteArray> && !std::is_convertible_v<const T&, QUrl>
+    && !std::is_pointer_v<T>;
+
+} // namespace detail
 
 /**
  * The process-wide logger.
@@ -58,7 +75,9 @@ public:
      * goes out of scope. Strings are written as they are, booleans as "true"/"false", a
      * QStringList as its items joined by ", " in parentheses, a QUrl in full, a QByteArray as
      * its bytes read as UTF-8, and a QVariant as its string form (an invalid one as
-     * "QVariant()", lists in parentheses, maps as "{key: value, ...}").
+     * "QVariant()", lists in parentheses, maps as "{key: value, ...}"). Any other type that
+     * a QVariant can hold is written as that QVariant: containers as above, the rest as
+     * QDebug writes them ("QSize(3, 4)").
      */
     class BASIX_EXPORT Stream
     {
@@ -90,11 +109,18 @@ public:
         Stream& operator<<(const QStringList& list);
         Stream& operator<<(const QByteArray& bytes);
 
+        template <typename T, std::enable_if_t<detail::isOtherLogItem<T>, bool> = true>
+        Stream& operator<<(const T& value)
+        {
+            return *this << QVariant::fromValue(value);
+        }
+
         /// The message built so far.
         QString message() const;
 
     private:
-        void separate();
+        /// The message, with a separator appended when it holds an item already.
+        QString& next();
 
         QString m_message;
         QString m_file;

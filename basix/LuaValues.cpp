@@ -12,15 +12,68 @@ namespace tvl::lua {
 
 namespace {
 
+// What the QVariants built take, near enough: the variant, and the data it points to with the
+// header of its allocation.
+constexpr qint64 VariantSize = sizeof(QVariant);
+constexpr qint64 AllocationSize = 32;
+constexpr qint64 MapNodeSize = 48;
+// Values converted between two looks at the clock.
+constexpr int ClockInterval = 4096;
+
 struct Converter
 {
-    lua_State* L;
-    std::vector<const void*> openTables;
-    QString error;
-
-    static QString joinPath(const QString& path, const QString& key)
+    // A step from a table to one of its values: a key of a map, or an index of a list.
+    struct Step
     {
-        return path.isEmpty() ? key : path + QLatin1Char('.') + key;
+        QString key;
+        lua_Integer index;
+    };
+
+    lua_State* L;
+    ConversionLimits& limits;
+    QString root;
+    std::vector<const void*> openTables;
+    // Where the conversion is, kept as steps: the text is only needed for a message.
+    std::vector<Step> steps;
+    QString error;
+    int untilClock = ClockInterval;
+
+    QString path() const
+    {
+        QString text = root;
+        for (const Step& step : steps) {
+            if (step.key.isNull())
+                text += QLatin1Char('[') + QString::number(step.index) + QLatin1Char(']');
+            else
+                text = text.isEmpty() ? step.key : text + QLatin1Char('.') + step.key;
+        }
+        return text;
+    }
+
+    // Counts `bytes` more; false with the error set when that is past a limit.
+    bool take(qint64 bytes)
+    {
+        limits.used += bytes;
+        if (limits.memory > 0 && limits.used > limits.memory) {
+            error = QStringLiteral("the value of '%1' exceeds the memory limit of %2")
+                        .arg(root, formatBytes(limits.memory));
+            return false;
+        }
+        if (limits.overdue && --untilClock == 0) {
+            untilClock = ClockInterval;
+            if (limits.overdue->load(std::memory_order_relaxed)) {
+                error = QStringLiteral("the value of '%1' exceeds the time limit of %2 ms")
+                            .arg(root)
+                            .arg(limits.milliseconds);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    static qint64 stringSize(qsizetype length)
+    {
+        return AllocationSize + qint64(length) * qint64(sizeof(QChar));
     }
 
     static QString keyText(lua_State* L, int index)
@@ -68,9 +121,11 @@ struct Converter
         return true;
     }
 
-    bool convert(int index, const QString& path, QVariant* result)
+    bool convert(int index, QVariant* result)
     {
         index = lua_absindex(L, index);
+        if (!take(VariantSize))
+            return false;
         switch (lua_type(L, index)) {
         case LUA_TBOOLEAN:
             *result = bool(lua_toboolean(L, index));
@@ -84,59 +139,68 @@ struct Converter
         case LUA_TSTRING: {
             size_t length = 0;
             const char* text = lua_tolstring(L, index, &length);
+            // UTF-8 never takes fewer bytes than UTF-16 code units.
+            if (!take(stringSize(qsizetype(length))))
+                return false;
             *result = QString::fromUtf8(text, qsizetype(length));
             return true;
         }
         case LUA_TTABLE:
-            return convertTable(index, path, result);
+            return convertTable(index, result);
         default:
             *result = QVariant();
             return true;
         }
     }
 
-    bool convertTable(int index, const QString& path, QVariant* result)
+    bool convertTable(int index, QVariant* result)
     {
         const void* table = lua_topointer(L, index);
         for (const void* open : openTables) {
             if (open == table) {
-                error = QStringLiteral("the value of '%1' contains itself").arg(path);
+                error = QStringLiteral("the value of '%1' contains itself").arg(path());
                 return false;
             }
         }
         if (int(openTables.size()) >= MaximumNesting) {
             error = QStringLiteral("the value of '%1' nests more than %2 tables deep")
-                        .arg(path)
+                        .arg(path())
                         .arg(MaximumNesting);
             return false;
         }
         if (!lua_checkstack(L, 4)) {
-            error = QStringLiteral("the value of '%1' nests too deeply").arg(path);
+            error = QStringLiteral("the value of '%1' nests too deeply").arg(path());
             return false;
         }
         openTables.push_back(table);
 
         lua_Integer length = 0;
-        bool ok = true;
-        if (isSequence(L, index, &length)) {
+        bool ok = take(AllocationSize);
+        if (ok && isSequence(L, index, &length)) {
             QVariantList list;
-            list.reserve(qsizetype(length));
+            // Not more than the limit can hold: the items are counted as they are built.
+            const qint64 room = limits.memory > 0 ? qMax<qint64>(0, limits.memory - limits.used) / VariantSize : length;
+            list.reserve(qsizetype(qMin<qint64>(length, room)));
             for (lua_Integer i = 1; ok && i <= length; ++i) {
                 lua_rawgeti(L, index, i);
                 QVariant item;
-                ok = convert(-1, path + QLatin1Char('[') + QString::number(i) + QLatin1Char(']'), &item);
+                steps.push_back(Step{QString(), i});
+                ok = convert(-1, &item);
+                steps.pop_back();
                 lua_pop(L, 1);
                 list.append(item);
             }
             *result = list;
-        } else {
+        } else if (ok) {
             QVariantMap map;
             lua_pushnil(L);
             while (lua_next(L, index) != 0) {
                 const QString key = keyText(L, -2);
                 if (!key.isNull() && ok) {
                     QVariant item;
-                    ok = convert(-1, joinPath(path, key), &item);
+                    steps.push_back(Step{key, 0});
+                    ok = take(MapNodeSize + stringSize(key.size())) && convert(-1, &item);
+                    steps.pop_back();
                     if (item.isValid())
                         map.insert(key, item);
                 }
@@ -155,10 +219,21 @@ struct Converter
 
 } // namespace
 
-bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, QString* error)
+QString formatBytes(qint64 bytes)
 {
-    Converter converter{L, {}, {}};
-    if (converter.convert(index, path, result))
+    if (bytes % (1024 * 1024) == 0)
+        return QStringLiteral("%1 MiB").arg(bytes / (1024 * 1024));
+    if (bytes % 1024 == 0)
+        return QStringLiteral("%1 KiB").arg(bytes / 1024);
+    return QStringLiteral("%1 bytes").arg(bytes);
+}
+
+bool toVariant(lua_State* L, int index, const QString& path, QVariant* result, QString* error,
+               ConversionLimits* limits)
+{
+    ConversionLimits unlimited;
+    Converter converter{L, limits ? *limits : unlimited, path, {}, {}, {}};
+    if (converter.convert(index, result))
         return true;
     *result = QVariant();
     if (error)

@@ -49,6 +49,9 @@ bool IciSettingsProvider::evaluate()
 {
     if (!m_settings->evaluate(false, false)) {
         TVL_LOG(tvl::Logger::Error) << m_settings->errorString();
+        // The watched files stay; an include that could not be read is waited for, so that the
+        // evaluation is tried again when it appears.
+        restoreWatches();
         return false;
     }
     const QStringList files = m_settings->files();
@@ -105,26 +108,36 @@ void IciSettingsProvider::onFileChanged(const QString& files)
 // Watches every file of the script that the watcher does not hold: one it lost because it was
 // replaced by rename, or one that could not be watched because it did not exist at that moment.
 // The directory of a file that is missing is watched until the file is back, since an editor
-// that deletes before it writes would otherwise leave it unwatched for good. Returns true when
-// a file is watched again.
+// that deletes before it writes would otherwise leave it unwatched for good; so is the directory
+// of an include that the last evaluation could not read. Only regular files are watched as
+// files: a directory in a file's place would be watched as a directory, and taken for the file
+// once it is a file again. Returns true when a file is watched again or a missing include is
+// there now.
 bool IciSettingsProvider::restoreWatches()
 {
     const QStringList watched = m_watcher->files();
     const QStringList files = m_settings->files();
+    const QStringList missing = m_settings->missingFiles();
     bool restored = false;
     QStringList waitingIn;
+    const auto waitFor = [&waitingIn](const QString& path) {
+        // The nearest directory that exists: that of the file, or one above it.
+        QFileInfo directory(QFileInfo(path).absolutePath());
+        while (!directory.isDir() && !directory.isRoot())
+            directory.setFile(directory.absolutePath());
+        if (!waitingIn.contains(directory.absoluteFilePath()))
+            waitingIn.append(directory.absoluteFilePath());
+    };
     for (const QString& path : files) {
         if (watched.contains(path))
             continue;
-        const QFileInfo info(path);
-        if (info.exists() && m_watcher->addPath(path)) {
+        if (QFileInfo(path).isFile() && m_watcher->addPath(path))
             restored = true;
-            continue;
-        }
-        const QString directory = info.absolutePath();
-        if (!waitingIn.contains(directory))
-            waitingIn.append(directory);
+        else
+            waitFor(path);
     }
+    for (const QString& path : missing)
+        waitFor(path);
 
     const QStringList watchedDirectories = m_watcher->directories();
     for (const QString& directory : watchedDirectories) {
@@ -132,8 +145,13 @@ bool IciSettingsProvider::restoreWatches()
             m_watcher->removePath(directory);
     }
     for (const QString& directory : std::as_const(waitingIn)) {
-        if (!watchedDirectories.contains(directory) && QFileInfo(directory).isDir())
+        if (!watchedDirectories.contains(directory))
             m_watcher->addPath(directory);
+    }
+    // Looked at once the directories are watched, so that nothing written in between is lost.
+    for (const QString& path : missing) {
+        const QFileInfo info(path);
+        restored = restored || (info.isFile() && info.isReadable());
     }
     return restored;
 }

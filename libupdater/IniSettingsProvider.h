@@ -12,7 +12,8 @@ namespace tvl::updater {
  * UpdaterSettingsManager. A dotted key maps onto the file's groups ("display.width" is width
  * in [display]); keys() gives them back in QSettings' "/" form, and a key written either way
  * is read. Values come back as the INI format types them: a number written in an earlier run
- * reads as a string. QSettings writes the file itself, so save() does nothing.
+ * reads as a string. Every write is written to the file at once (save() does nothing), and a
+ * file that cannot be written is reported in the log, once for each cause.
  */
 class LIBUPDATER_EXPORT IniSettingsProvider : public ISettingsProvider
 {
@@ -39,7 +40,12 @@ public:
     void clear() override;
 
 private:
+    /// Writes the file now; a write that fails is logged once for each cause in a row.
+    void sync();
+
     QSettings* const m_settings;
+    bool m_failed = false; // the settings object reported a failure
+    QString m_failure;     // the cause logged last, until it is gone
 };
 
 } // namespace tvl::updater

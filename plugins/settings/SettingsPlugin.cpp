@@ -42,13 +42,23 @@ bool SettingsPlugin::init()
     const QString file = given.isValid()
         ? QFileInfo(given.toString()).absoluteFilePath()
         : QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("updater.lua"));
-    if (!QFileInfo::exists(file)) {
+    const QFileInfo info(file);
+    if (!info.exists()) {
         if (given.isValid()) {
             TVL_LOG(Logger::Error) << "The configuration file" << file << "does not exist";
             setLoadingErrorString(tr("The configuration file %1 does not exist.").arg(file));
             return false;
         }
         TVL_LOG(Logger::Notice) << "No configuration script at" << file;
+        return true;
+    }
+    // A directory, a FIFO or a device is never read as a script.
+    if (!info.isFile()) {
+        TVL_LOG(Logger::Error) << "The configuration file" << file << "is not a regular file";
+        if (given.isValid()) {
+            setLoadingErrorString(tr("The configuration file %1 is not a regular file.").arg(file));
+            return false;
+        }
         return true;
     }
 

@@ -7,6 +7,8 @@
 
 #include <QtTest/QtTest>
 
+#include <sys/stat.h>
+
 #include <csignal>
 
 using testsupport::writeFile;
@@ -209,6 +211,13 @@ private slots:
         QTest::newRow("--config= a missing file") << QStringList{"--config=/nonexistent/launcher.lua"} << "settings"
                                                   << QByteArray("The configuration file /nonexistent/launcher.lua does not exist");
         QTest::newRow("init throws") << QStringList() << "core" << QByteArray("Plugin core threw an exception in init: core gave up in init");
+        QTest::newRow("--config= a directory") << QStringList{"--config=/"} << "settings"
+                                               << QByteArray("The configuration file / is not a regular file");
+        QTest::newRow("--config= a device") << QStringList{"--config=/dev/zero"} << "settings"
+                                            << QByteArray("The configuration file /dev/zero is not a regular file");
+        // Read, a FIFO without a writer would hold the start up for ever.
+        QTest::newRow("--config= a FIFO") << QStringList{"--config=%fifo"} << "settings"
+                                          << QByteArray("The configuration file %fifo is not a regular file");
     }
 
     void mandatoryPluginFails()
@@ -222,6 +231,12 @@ private slots:
             home.add("core", "name = 'core'\nmandatory = true\n", false);
         else if (plugin == "core")
             home.addFixture("core", "throw = { 'init' }", "mandatory = true");
+        const QString fifo = home.path("launcher.fifo");
+        if (arguments.value(0).contains("%fifo")) {
+            QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+            arguments.replaceInStrings("%fifo", fifo);
+            logged.replace("%fifo", fifo.toUtf8());
+        }
         const auto run = home.run(arguments);
         QVERIFY2(run.exitedWith(126), report(run).constData());
         const QString fatal = "FATAL: [Initialisation failed] The application has encountered a problem while loading 'plugin " + plugin

@@ -216,6 +216,9 @@ private slots:
         QCOMPARE((stream() << QVariant(QVariantList{1, "x", QVariant(), QVariantList{2, 3}}) << QVariant(QVariantMap{{"b", 2}, {"a", QVariantList{1}}})
                            << QVariant(QVariantHash{{"z", 1}, {"y", 2}}) << QVariant(QStringList{"p", "q"}) << QVariant::fromValue(QList<int>{4, 5})).message(),
                  "(1, x, QVariant(), (2, 3)) {a: (1), b: 2} {y: 2, z: 1} (p, q) (4, 5)");
+        // Other types as the QVariant that holds them.
+        QCOMPARE((stream() << QList<int>{4, 5} << QMap<QString, int>{{"k", 1}} << std::pair(1, 2.5) << QSize(3, 4)).message(),
+                 "(4, 5) {k: 1} std::pair(1,2.5) QSize(3, 4)");
     }
 
     void childProcess_data()

@@ -16,10 +16,10 @@ using namespace tvl::updater;
 namespace {
 
 // A change to a file of the script, and the reports ("key: previous -> new", "-" for nothing) or
-// records ("<level> <message>", "%1" for the main file's path) it must bring.
+// records ("<level> <message>", "%1" for the main file's path, "%2" for its directory) it must bring.
 struct Step
 {
-    enum How { Write, Rename, Delete, Put /* a file not read yet: no reload */ } how;
+    enum How { Write, Rename, Delete, Directory /* in the file's place */, Put /* a file not read yet: no reload */ } how;
     QByteArray text;
     QStringList expected;
     const char* file = "main.lua";
@@ -78,6 +78,16 @@ private slots:
              {S::Put, "c = 4\n", {}, "two.lua"},
              {S::Write, "include('two.lua')\na = 1\n", {"c: - -> 4", "b: 3 -> -"}},
              {S::Write, "c = 5\n", {"c: 4 -> 5"}, "two.lua"}});
+        row("replaced by a directory and back", "a = 1\n",
+            {{S::Directory, "", {canNotReload}}, {S::Write, "a = 2\n", {"a: 1 -> 2"}}, {S::Write, "a = 3\n", {"a: 2 -> 3"}}});
+        // Includes that could not be read are taken once they are there.
+        row("optional include created", "pcall(include, 'opt.lua')\na = 1\n",
+            {{S::Write, "b = 2\n", {"b: - -> 2"}, "opt.lua"}, {S::Write, "b = 3\n", {"b: 2 -> 3"}, "opt.lua"}});
+        row("optional include created with its directory", "pcall(include, 'sub/opt.lua')\na = 1\n",
+            {{S::Write, "b = 2\n", {"b: - -> 2"}, "sub/opt.lua"}});
+        row("missing include created", "a = 1\n",
+            {{S::Write, "include('inc.lua')\na = 2\n", {"5 %1:1: cannot read '%2/inc.lua': No such file or directory", canNotReload}},
+             {S::Write, "b = 1\n", {"a: 1 -> 2", "b: - -> 1"}, "inc.lua"}});
     }
 
     void edits()
@@ -96,16 +106,18 @@ private slots:
         for (const Step& step : steps) {
             const QString path = dir.filePath(step.file);
             QSaveFile replacement(path);
-            if (step.how == Step::Delete)
-                QVERIFY(QFile::remove(path));
+            if (step.how == Step::Delete || step.how == Step::Directory)
+                QVERIFY(QFile::remove(path) && (step.how == Step::Delete || QDir().mkpath(path)));
             else if (step.how == Step::Rename)
                 QVERIFY(replacement.open(QIODevice::WriteOnly) && replacement.write(step.text) >= 0
                         && replacement.commit());
+            else if (QDir(path).exists())
+                QVERIFY(QDir(path).removeRecursively() && !testsupport::writeFile(path, step.text).isEmpty());
             else
                 testsupport::writeFile(path, step.text);
             if (step.how == Step::Put)
                 continue;
-            const QStringList expected = QStringList(step.expected).replaceInStrings("%1", main);
+            const QStringList expected = QStringList(step.expected).replaceInStrings("%1", main).replaceInStrings("%2", dir.path());
             QStringList seen;
             const auto take = [&] {
                 for (const QVariantList& report : std::as_const(changes))

@@ -14,6 +14,10 @@
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
+#include <cstdio>
+
+#include <unistd.h>
+
 using namespace tvl::updater;
 
 using Writes = QList<std::pair<QString, QVariant>>;
@@ -22,6 +26,42 @@ using Providers = std::initializer_list<ISettingsProvider*>;
 
 namespace {
 const char* const source = "libupdater/UpdaterSettingsManager";
+
+// Preferences written where they cannot be saved. The child drops root's rights, which would
+// write anyway, and prints what the INI provider logged.
+int iniScenario(const QByteArray& scenario, int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
+        return 77;
+    const QString dir = application.arguments().value(1);
+    const QString file = dir + "/prefs/updater.ini";
+    const auto chmod = [&](const QString& path, QFile::Permissions permissions) { QFile::setPermissions(path, permissions); };
+    const QFile::Permissions readOnly = QFile::ReadOwner | QFile::ExeOwner, all = readOnly | QFile::WriteOwner;
+    QDir().mkpath(dir + "/prefs");
+    if (scenario == "unreadable file")
+        chmod(testsupport::writeFile(file, "[a]\nb=1\n"), QFile::WriteOwner);
+    else if (scenario == "directory in its place")
+        QDir().mkpath(file);
+    else if (scenario != "writable")
+        chmod(dir + "/prefs", readOnly);
+    LogCapture log;
+    {
+        IniSettingsProvider provider(file, ISettingsProvider::PersistentProvider);
+        provider.setSetting("k", 1);
+        provider.setSetting("k", 2); // the same cause again
+        if (scenario == "read-only directory, then writable, then read-only") {
+            chmod(dir + "/prefs", all);
+            provider.setSetting("k", 3);
+            chmod(dir + "/prefs", readOnly);
+            provider.setSetting("k", 4);
+        }
+        provider.clear();
+        std::printf("%s\n", qPrintable(log.lines("libupdater/IniSettingsProvider").join('\n')));
+    }
+    chmod(dir + "/prefs", all);
+    return 0;
+}
 enum Sender { FromRuntime, FromScript, FromRemovedScript /* removed before it reports */, FromReaddedScript };
 const QVariantList pair{"x", "y"};
 QVariantMap map(const QString& key, const QVariant& value) { return {{key, value}}; }
@@ -216,6 +256,31 @@ private slots:
         QCOMPARE(testsupport::readFile(path), "[a]\nb=1\n\n[display]\nwidth=800\n");
     }
 
+    // Preferences that cannot be saved are reported once for each cause, naming file and reason.
+    void iniFileThatCannotBeSaved_data()
+    {
+        QTest::addColumn<QStringList>("logged"); // "%1" for the file, "%2" for its directory
+        const QString warning = "4 Preferences cannot be saved to %1: ";
+        QTest::newRow("writable") << QStringList();
+        QTest::newRow("unreadable file") << QStringList{warning + "the file cannot be read"};
+        QTest::newRow("directory in its place") << QStringList{warning + "a directory is in the file's place"};
+        QTest::newRow("read-only directory") << QStringList{warning + "the directory %2 cannot be written"};
+        QTest::newRow("read-only directory, then writable, then read-only")
+            << QStringList{warning + "the directory %2 cannot be written", warning + "the directory %2 cannot be written"};
+    }
+
+    void iniFileThatCannotBeSaved()
+    {
+        QFETCH(QStringList, logged);
+        QTemporaryDir dir;
+        QFile::setPermissions(dir.path(), QFile::Permissions(0x7777)); // for a child without root's rights
+        const testsupport::ChildResult child = testsupport::runScenario(QTest::currentDataTag(), {dir.path()});
+        QVERIFY2(child.exitedWith(0), child.err.constData());
+        const QString prefs = dir.filePath("prefs");
+        QCOMPARE(QString::fromUtf8(child.out).trimmed(),
+                 logged.replaceInStrings("%1", prefs + "/updater.ini").replaceInStrings("%2", prefs).join('\n'));
+    }
+
     void memoryPaths_data()
     {
         QTest::addColumn<Writes>("writes");
@@ -307,5 +372,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestSettingsManager)
+TEST_MAIN_WITH_SCENARIOS(TestSettingsManager, QCoreApplication, iniScenario)
 #include "tst_settingsmanager.moc"
