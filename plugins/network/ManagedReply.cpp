@@ -369,14 +369,14 @@ void ManagedReply::onTimeout()
     m_current->abort();
 }
 
-bool ManagedReply::shouldRetry(const QNetworkReply* attempt) const
+bool ManagedReply::shouldRetry(const QNetworkReply* attempt, QNetworkReply::NetworkError error) const
 {
     const auto operation = this->operation();
     if (operation != QNetworkAccessManager::GetOperation && operation != QNetworkAccessManager::HeadOperation)
         return false;
     if (m_attempt >= m_settings.attempts)
         return false;
-    if (m_timedOut || isTransientError(attempt->error()))
+    if (m_timedOut || isTransientError(error))
         return true;
     const int status = statusOf(attempt);
     return status == 429 || (status >= 500 && status <= 599);
@@ -429,7 +429,12 @@ void ManagedReply::completeAttempt()
     m_current = nullptr;
 
     const int status = statusOf(attempt);
-    const QNetworkReply::NetworkError error = m_timedOut ? QNetworkReply::TimeoutError : attempt->error();
+    QNetworkReply::NetworkError error = m_timedOut ? QNetworkReply::TimeoutError : attempt->error();
+    // A connection closed early can end an answer with a known length as if it were complete.
+    const bool shortAnswer = error == QNetworkReply::NoError && operation() == QNetworkAccessManager::GetOperation
+        && m_total >= 0 && m_delivered < m_total;
+    if (shortAnswer)
+        error = QNetworkReply::RemoteHostClosedError;
     if (error == QNetworkReply::NoError) {
         if (!m_haveMetaData) {
             m_haveMetaData = true;
@@ -468,7 +473,7 @@ void ManagedReply::completeAttempt()
         }
     }
 
-    if (shouldRetry(attempt)) {
+    if (shouldRetry(attempt, error)) {
         const int pause = pauseBeforeRetry(attempt);
         TVL_LOG(tvl::Logger::Info) << "Retrying" << url() << "in" << pause << "ms after"
                                    << (status ? QStringLiteral("HTTP %1").arg(status) : attempt->errorString())
@@ -493,7 +498,8 @@ void ManagedReply::completeAttempt()
             QMetaObject::invokeMethod(m_sink, &FileSink::discard, Qt::QueuedConnection);
     }
     finishWith(error, m_timedOut ? tr("No data from %1 for %2 s").arg(url().toString()).arg(m_settings.timeoutMs / 1000)
-                                 : attempt->errorString());
+                     : shortAnswer ? tr("%1 ended after %2 of %3 bytes").arg(url().toString()).arg(m_delivered).arg(m_total)
+                                   : attempt->errorString());
 }
 
 void ManagedReply::finishWith(QNetworkReply::NetworkError error, const QString& text)

@@ -70,7 +70,7 @@ private:
     /// The attempt has finished and everything it held has been taken: success, retry or failure.
     void completeAttempt();
     void onTimeout();
-    bool shouldRetry(const QNetworkReply* attempt) const;
+    bool shouldRetry(const QNetworkReply* attempt, QNetworkReply::NetworkError error) const;
     int pauseBeforeRetry(const QNetworkReply* attempt) const;
     void takeMetaData(const QNetworkReply* attempt);
     void finishWith(QNetworkReply::NetworkError error, const QString& text);
