@@ -52,7 +52,7 @@
     </message>
     <message>
         <source>%1 holds no plugin object (no class derived from UpdaterPlugin).</source>
-        <translation>%1 ne contient aucun objet de module (aucune classe dérivée d'UpdaterPlugin).</translation>
+        <translation>%1 ne contient aucun objet de module (aucune classe dérivée d&apos;UpdaterPlugin).</translation>
     </message>
 </context>
 <context>
@@ -89,7 +89,7 @@ Si le problème persiste, veuillez contacter notre service clients.</translation
     </message>
     <message>
         <source>It needs %1, which is not loaded.</source>
-        <translation>Il a besoin de %1, qui n'est pas chargé.</translation>
+        <translation>Il a besoin de %1, qui n&apos;est pas chargé.</translation>
     </message>
     <message>
         <source>Its init() failed.</source>

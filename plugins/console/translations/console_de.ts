@@ -93,5 +93,111 @@
             <numerusform>er endete, während das Plugin %1 startete (%n Läufe in Folge)</numerusform>
         </translation>
     </message>
+    <message>
+        <source>games: %1</source>
+        <translation>Spiele: %1</translation>
+    </message>
+</context>
+<context>
+    <name>EngineReport</name>
+    <message>
+        <source>checking</source>
+        <translation>Prüfung</translation>
+    </message>
+    <message>
+        <source>downloading</source>
+        <translation>Herunterladen</translation>
+    </message>
+    <message>
+        <source>assembling files</source>
+        <translation>Dateien werden zusammengesetzt</translation>
+    </message>
+    <message>
+        <source>verifying</source>
+        <translation>Überprüfung</translation>
+    </message>
+    <message>
+        <source>finishing</source>
+        <translation>Abschluss</translation>
+    </message>
+    <message>
+        <source>working</source>
+        <translation>in Arbeit</translation>
+    </message>
+    <message>
+        <source>every game is checked</source>
+        <translation>alle Spiele sind geprüft</translation>
+    </message>
+    <message>
+        <source>not examined yet</source>
+        <translation>noch nicht untersucht</translation>
+    </message>
+    <message>
+        <source>running: changes wait for the game to end</source>
+        <translation>läuft: Änderungen warten auf das Ende des Spiels</translation>
+    </message>
+    <message>
+        <source>working on its files</source>
+        <translation>arbeitet an seinen Dateien</translation>
+    </message>
+    <message>
+        <source>checking for updates</source>
+        <translation>sucht nach Updates</translation>
+    </message>
+    <message>
+        <source>the last operation failed</source>
+        <translation>der letzte Vorgang ist fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>damaged: repair it</source>
+        <translation>beschädigt: bitte reparieren</translation>
+    </message>
+    <message>
+        <source>not installed</source>
+        <translation>nicht installiert</translation>
+    </message>
+    <message>
+        <source>not installed (%1 available)</source>
+        <translation>nicht installiert (%1 verfügbar)</translation>
+    </message>
+    <message>
+        <source>version %1, update %2 available</source>
+        <translation>Version %1, Update %2 verfügbar</translation>
+    </message>
+    <message>
+        <source>version %1, up to date</source>
+        <translation>Version %1, aktuell</translation>
+    </message>
+    <message>
+        <source>state %1</source>
+        <translation>Zustand %1</translation>
+    </message>
+    <message>
+        <source> %1% of %2</source>
+        <translation> %1 % von %2</translation>
+    </message>
+    <message>
+        <source>, %1/s</source>
+        <translation>, %1/s</translation>
+    </message>
+    <message numerus="yes">
+        <source>, %n second(s) left</source>
+        <translation>
+            <numerusform>, noch %n Sekunde</numerusform>
+            <numerusform>, noch %n Sekunden</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%1: done, version %2</source>
+        <translation>%1: fertig, Version %2</translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation>%1: %2</translation>
+    </message>
+    <message>
+        <source>no update engine is loaded</source>
+        <translation>kein Update-Modul geladen</translation>
+    </message>
 </context>
 </TS>

@@ -93,5 +93,111 @@
             <numerusform></numerusform>
         </translation>
     </message>
+    <message>
+        <source>games: %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>EngineReport</name>
+    <message>
+        <source>checking</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>downloading</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>assembling files</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>verifying</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>finishing</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>working</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>every game is checked</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>not examined yet</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>running: changes wait for the game to end</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>working on its files</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>checking for updates</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>the last operation failed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>damaged: repair it</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>not installed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>not installed (%1 available)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>version %1, update %2 available</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>version %1, up to date</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>state %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source> %1% of %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>, %1/s</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message numerus="yes">
+        <source>, %n second(s) left</source>
+        <translation type="unfinished">
+            <numerusform></numerusform>
+            <numerusform></numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%1: done, version %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>no update engine is loaded</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 </TS>

@@ -89,9 +89,115 @@
     <message numerus="yes">
         <source>it ended while plugin %1 was starting (%n run(s) in a row)</source>
         <translation>
-            <numerusform>elle s'est arrêtée pendant le démarrage du module %1 (%n exécution de suite)</numerusform>
-            <numerusform>elle s'est arrêtée pendant le démarrage du module %1 (%n exécutions de suite)</numerusform>
+            <numerusform>elle s&apos;est arrêtée pendant le démarrage du module %1 (%n exécution de suite)</numerusform>
+            <numerusform>elle s&apos;est arrêtée pendant le démarrage du module %1 (%n exécutions de suite)</numerusform>
         </translation>
+    </message>
+    <message>
+        <source>games: %1</source>
+        <translation>jeux : %1</translation>
+    </message>
+</context>
+<context>
+    <name>EngineReport</name>
+    <message>
+        <source>checking</source>
+        <translation>vérification</translation>
+    </message>
+    <message>
+        <source>downloading</source>
+        <translation>téléchargement</translation>
+    </message>
+    <message>
+        <source>assembling files</source>
+        <translation>assemblage des fichiers</translation>
+    </message>
+    <message>
+        <source>verifying</source>
+        <translation>contrôle</translation>
+    </message>
+    <message>
+        <source>finishing</source>
+        <translation>finalisation</translation>
+    </message>
+    <message>
+        <source>working</source>
+        <translation>travail en cours</translation>
+    </message>
+    <message>
+        <source>every game is checked</source>
+        <translation>tous les jeux sont vérifiés</translation>
+    </message>
+    <message>
+        <source>not examined yet</source>
+        <translation>pas encore examiné</translation>
+    </message>
+    <message>
+        <source>running: changes wait for the game to end</source>
+        <translation>en cours d'exécution : les modifications attendent la fin du jeu</translation>
+    </message>
+    <message>
+        <source>working on its files</source>
+        <translation>travail sur ses fichiers</translation>
+    </message>
+    <message>
+        <source>checking for updates</source>
+        <translation>recherche de mises à jour</translation>
+    </message>
+    <message>
+        <source>the last operation failed</source>
+        <translation>la dernière opération a échoué</translation>
+    </message>
+    <message>
+        <source>damaged: repair it</source>
+        <translation>endommagé : réparez-le</translation>
+    </message>
+    <message>
+        <source>not installed</source>
+        <translation>non installé</translation>
+    </message>
+    <message>
+        <source>not installed (%1 available)</source>
+        <translation>non installé (%1 disponible)</translation>
+    </message>
+    <message>
+        <source>version %1, update %2 available</source>
+        <translation>version %1, mise à jour %2 disponible</translation>
+    </message>
+    <message>
+        <source>version %1, up to date</source>
+        <translation>version %1, à jour</translation>
+    </message>
+    <message>
+        <source>state %1</source>
+        <translation>état %1</translation>
+    </message>
+    <message>
+        <source> %1% of %2</source>
+        <translation> %1 % de %2</translation>
+    </message>
+    <message>
+        <source>, %1/s</source>
+        <translation>, %1/s</translation>
+    </message>
+    <message numerus="yes">
+        <source>, %n second(s) left</source>
+        <translation>
+            <numerusform>, %n seconde restante</numerusform>
+            <numerusform>, %n secondes restantes</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%1: done, version %2</source>
+        <translation>%1 : terminé, version %2</translation>
+    </message>
+    <message>
+        <source>%1: %2</source>
+        <translation>%1 : %2</translation>
+    </message>
+    <message>
+        <source>no update engine is loaded</source>
+        <translation>aucun moteur de mise à jour n'est chargé</translation>
     </message>
 </context>
 </TS>

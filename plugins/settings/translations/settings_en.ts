@@ -7,5 +7,9 @@
         <source>The configuration file %1 does not exist.</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>The configuration file %1 is not a regular file.</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 </TS>
