@@ -18,6 +18,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFileInfo>
+#include <QtCore/QHash>
+#include <QtCore/QSet>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QProgressDialog>
@@ -102,14 +104,21 @@ void UpdaterPluginsManagerPrivate::discover()
     QDir directory(pluginPath);
     directory.setNameFilters(QStringList{QStringLiteral("*.updaterplugin")});
     const QFileInfoList entries = directory.entryInfoList();
+    // What is known already, looked up by file and by name: a directory may hold thousands.
+    QSet<QString> filesRead;
+    QHash<QString, const UpdaterPluginInfo*> byName;
+    for (const UpdaterPluginInfo* info : std::as_const(plugins)) {
+        filesRead.insert(info->descriptorFile());
+        byName.insert(info->name(), info);
+    }
+    for (const auto& rejected : std::as_const(rejectedDescriptors))
+        filesRead.insert(rejected.first);
     for (const QFileInfo& entry : entries) {
         TVL_LOG(Logger::Notice) << QStringLiteral("Reading %1").arg(entry.fileName());
         const QString file = entry.absoluteFilePath();
-        if (std::any_of(plugins.cbegin(), plugins.cend(), [&file](auto* info) { return info->descriptorFile() == file; })
-            || std::any_of(rejectedDescriptors.cbegin(), rejectedDescriptors.cend(),
-                           [&file](const auto& rejected) { return rejected.first == file; })) {
+        if (filesRead.contains(file))
             continue; // the same directory read again
-        }
+        filesRead.insert(file);
         auto* info = new UpdaterPluginInfo;
         if (!detail(info)->read(file)) {
             TVL_LOG(Logger::Warning) << QStringLiteral("Descriptor %1 gives no plugin: %2").arg(file, detail(info)->readError);
@@ -119,16 +128,15 @@ void UpdaterPluginsManagerPrivate::discover()
         }
         // Two records of one name would share one plugin object, and the first unload would free
         // it under the other: the name stays with the descriptor read first.
-        const auto holder = std::find_if(plugins.cbegin(), plugins.cend(),
-                                         [info](auto* other) { return other->name() == info->name(); });
-        if (holder != plugins.cend()) {
+        if (const UpdaterPluginInfo* holder = byName.value(info->name())) {
             TVL_LOG(Logger::Warning) << QStringLiteral("Descriptor %1 ignored: plugin %2 is already described by %3")
-                                            .arg(file, info->name(), (*holder)->descriptorFile());
+                                            .arg(file, info->name(), holder->descriptorFile());
             rejectedDescriptors.append({file, UpdaterPluginsManager::tr("the name %1 is already taken by %2")
-                                                  .arg(info->name(), (*holder)->descriptorFile())});
+                                                  .arg(info->name(), holder->descriptorFile())});
             delete info;
             continue;
         }
+        byName.insert(info->name(), info);
         plugins.append(info);
     }
 
