@@ -314,18 +314,25 @@ Failure Job::findDamage(const Manifest& manifest, QStringList* damaged)
     return {};
 }
 
-Failure Job::verify()
+Failure Job::openInstalled(InstallState* state, Manifest* manifest)
 {
     if (Failure failure = lockAndRecover())
         return failure;
-    InstallState state;
-    Manifest manifest;
     QString message;
-    ErrorCode code = m_directory.readState(&state, &message);
+    ErrorCode code = m_directory.readState(state, &message);
     if (code == ErrorCode::NoError)
-        code = m_directory.readManifest(&manifest, &message);
+        code = m_directory.readManifest(manifest, &message);
     if (code != ErrorCode::NoError)
         return {code, message};
+    return {};
+}
+
+Failure Job::verify()
+{
+    InstallState state;
+    Manifest manifest;
+    if (Failure failure = openInstalled(&state, &manifest))
+        return failure;
     m_result->version = state.version;
     m_result->channel = state.channel;
     QStringList damaged;
@@ -341,16 +348,10 @@ Failure Job::verify()
 
 Failure Job::uninstall()
 {
-    if (Failure failure = lockAndRecover())
-        return failure;
     InstallState state;
     Manifest manifest;
-    QString message;
-    ErrorCode code = m_directory.readState(&state, &message);
-    if (code == ErrorCode::NoError)
-        code = m_directory.readManifest(&manifest, &message);
-    if (code != ErrorCode::NoError)
-        return {code, message};
+    if (Failure failure = openInstalled(&state, &manifest))
+        return failure;
     m_result->previousVersion = state.version;
     m_context->setStage(Progress::Finishing);
     Journal journal;
@@ -362,7 +363,8 @@ Failure Job::uninstall()
     journal.removeDirectories = manifest.directories;
     std::sort(journal.removeDirectories.rbegin(), journal.removeDirectories.rend());
     m_result->updatedFiles = journal.deletes;
-    code = m_directory.commit(journal, &message);
+    QString message;
+    const ErrorCode code = m_directory.commit(journal, &message);
     if (code == ErrorCode::NoError) {
         m_directory.unlock();
         tvl::Filesystem::remove(m_directory.meta(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);

@@ -50,6 +50,8 @@ private:
 
     // Shared steps.
     Failure lockAndRecover();
+    /// Takes the lock, completes an interrupted run, and reads what is installed.
+    Failure openInstalled(InstallState* state, Manifest* manifest);
     Failure fetch(const QString& path, qint64 maxBytes, QByteArray* body);
     Failure fetchRecord(const QString& channel, const InstallState* state, ReleaseRecord* record);
     Failure fetchManifest(const ReleaseRecord& record, Manifest* manifest);

@@ -527,16 +527,10 @@ Failure Job::installOrUpdate()
 
 Failure Job::repair()
 {
-    if (Failure failure = lockAndRecover())
-        return failure;
     InstallState state;
     Manifest manifest;
-    QString message;
-    ErrorCode code = m_directory.readState(&state, &message);
-    if (code == ErrorCode::NoError)
-        code = m_directory.readManifest(&manifest, &message);
-    if (code != ErrorCode::NoError)
-        return {code, message};
+    if (Failure failure = openInstalled(&state, &manifest))
+        return failure;
     m_result->version = m_result->previousVersion = state.version;
     m_result->channel = state.channel;
     QStringList damaged;
@@ -556,6 +550,7 @@ Failure Job::repair()
     if (Failure failure = journalFor(manifest, &manifest, targets, damaged, &journal))
         return failure;
     m_context->setStage(Progress::Finishing);
+    QString message;
     if (const ErrorCode code = m_directory.commit(journal, &message); code != ErrorCode::NoError)
         return {code, message};
     m_result->updatedFiles = damaged;

@@ -167,8 +167,7 @@ void ConsolePlugin::runCommand(const QString& command)
     } else if (command == QLatin1String("help")) {
         say(tr("commands: quit, plugins, services, help"));
         say(tr("games: %1").arg(EngineReport::commands()));
-    } else if (m_engine->run(command.split(QLatin1Char(' '), Qt::SkipEmptyParts))) {
-    } else {
+    } else if (!m_engine->run(command.split(QLatin1Char(' '), Qt::SkipEmptyParts))) {
         say(tr("unknown command \"%1\"; type \"help\"").arg(command), Console::Yellow);
     }
 }
