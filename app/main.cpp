@@ -51,6 +51,11 @@ const char usage[] =
     "  --plugins.enable=extra              load a plugin that is not loaded by default\n"
     "  --i18n.lang=fr                      the language of the texts\n"
     "\n"
+    "Games are installed and updated from the repositories that the configuration script\n"
+    "names: projects.<id> = { url = ..., channel = ..., dir = ..., keys = { ... }, ... }, the\n"
+    "keys being the publishers' public keys (see docs/settings.md and the example in the\n"
+    "default updater.lua). --projects.<id>.url=URL points a game at another repository.\n"
+    "\n"
     "A second SIGINT or SIGTERM (Ctrl+C twice) stops the launcher at once, without shutting\n"
     "its plugins down.\n";
 
