@@ -3,7 +3,11 @@
 // preferences, the configuration script and the crash marker are the case's alone.
 #include <libupdater/Updater.h>
 
+#include <NginxServer.h>
 #include <TestSupport.h>
+
+#include <vantor/Keys.h>
+#include <vantor/Operation.h>
 
 #include <QtTest/QtTest>
 
@@ -444,6 +448,48 @@ private slots:
         QVERIFY2(run.out.contains("[console] plugins loaded: sysinfo, console\n"), report(run).constData());
         QVERIFY2(run.out.contains("  " + extra.filePath("console.updaterplugin").toUtf8() + ": the name console is already taken by "),
                  report(run).constData());
+    }
+
+    void installsUpdatesAndPlaysAGame()
+    {
+        // The launcher's main job, as a user runs it: a game published to a repository that nginx serves,
+        // installed by itself, updated when a new version comes, and started from the console.
+        Home home;
+        home.addBundled({"settings", "console", "network", "engine"});
+        QByteArray publicKey, secretKey;
+        tvl::vantor::Keys::generate(&publicKey, &secretKey);
+        const auto publish = [&](const QByteArray& version) {
+            writeFile(home.path("game-" + version + "/bin/game"), "#!/bin/sh\necho \"game " + version + " says $*\"\n");
+            QFile::setPermissions(home.path("game-" + version + "/bin/game"), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+            tvl::vantor::Options options;
+            options.sourceDirectory = home.path("game-" + version);
+            options.repositoryDirectory = home.path("repository");
+            options.project = "demo";
+            options.version = QString::fromUtf8(version);
+            options.secretKey = secretKey;
+            tvl::vantor::Operation operation(tvl::vantor::Operation::Publish, options);
+            QSignalSpy done(&operation, &tvl::vantor::Operation::finished);
+            operation.start();
+            return done.wait(Timeout) && operation.result()->success;
+        };
+        QVERIFY(publish("1.0"));
+        testsupport::NginxServer server(home.path("repository"));
+        QString error;
+        QVERIFY2(server.start(&error), qPrintable(error));
+        const QString script = writeFile(home.path("launcher.lua"),
+            "projects = { demo = { name = 'Demo', url = '" + server.url().toString().toUtf8() + "', dir = '" + home.path("games/demo").toUtf8()
+                + "',\n keys = { '" + tvl::vantor::Keys::encodePublicKey(publicKey).toUtf8() + "' }, executable = 'bin/game',\n"
+                  " arguments = command_line_args('game-(.*)', '--%(name)=%(value)') } }\n"
+                  "update = { automatic = true, check_interval_minutes = 0.02 }\n");
+        Run run(home, {"--config=" + script, "--game-level=3"});
+        QVERIFY2(run.waitFor("[console] demo: done, version 1.0\n"), report(run).constData());
+        QVERIFY(publish("2.0"));
+        QVERIFY2(run.waitFor("[console] demo: done, version 1.0 -> 2.0\n"), report(run).constData());
+        run.write("play demo\n");
+        QVERIFY2(run.waitFor("game 2.0 says --level=3\n"), report(run).constData());
+        run.write("quit\n");
+        QVERIFY2(run.ended(0), report(run).constData());
+        QVERIFY2(!run.err.contains(" Error ["), report(run).constData());
     }
 
     void emptyPluginDirectory()
