@@ -21,6 +21,11 @@ NetworkManager::NetworkManager(QObject* parent)
 NetworkManager::~NetworkManager()
 {
     abortAll();
+    // Replies the caller has not deleted yet hand their file writers to the writer thread for deletion:
+    // that has to happen while the thread still runs, so they go before it stops, not with the children.
+    const QList<QPointer<ManagedReply>> replies = m_replies;
+    for (const QPointer<ManagedReply>& reply : replies)
+        delete reply.data();
     // Writers still queued on the thread finish their work before it ends.
     m_writer.quit();
     m_writer.wait();
