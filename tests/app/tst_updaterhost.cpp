@@ -149,6 +149,18 @@ private slots:
         QVERIFY(run.err.contains("Descriptor " + dir.toUtf8() + "/nameless.updaterplugin gives no plugin: it sets no \"name\""));
     }
 
+    void builtInIconsAreInTheLauncher()
+    {
+        // The icons that tv_icon() builds come from the launcher's own resources: a plugin gets every size the
+        // icon table names, and the turtle-mode icon's four files across its two states.
+        Home home;
+        home.addFixture("probe", "icons = true");
+        const auto run = home.run({"--list-plugins"});
+        QVERIFY2(run.exitedWith(0), report(run).constData());
+        QVERIFY2(run.err.contains("built-in icons 1:16,32 2:16,32,64 3:16,32 4:16,32,16,32 5:16,32 6:16,32 7:16,32 8:32"),
+                 report(run).constData());
+    }
+
     void loadOrderIsReproducible()
     {
         // The same plugins in two directories, their descriptor files in different orders: plugins of equal
