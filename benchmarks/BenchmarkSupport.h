@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <QtCore/QJsonObject>
+
 #include <atomic>
 
 /// A logger output that only counts what reaches it: the logger's cost without the cost of writing.
@@ -30,4 +32,20 @@ inline int runBenchmarks(int& argc, char** argv)
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
+}
+
+/**
+ * The counters of a responsiveness comparison from the probe plugin's figures (EngineProbePlugin.cpp):
+ * the main thread's lateness during an operation against the same launcher idle for as long.
+ */
+inline void reportLateness(benchmark::State& state, const QJsonObject& busy, const QJsonObject& idle)
+{
+    const double busyP99 = busy.value(QStringLiteral("lateness_p99_ms")).toDouble();
+    const double idleP99 = idle.value(QStringLiteral("lateness_p99_ms")).toDouble();
+    state.counters["install_p99_ms"] = busyP99;
+    state.counters["idle_p99_ms"] = idleP99;
+    state.counters["install_p50_ms"] = busy.value(QStringLiteral("lateness_p50_ms")).toDouble();
+    state.counters["difference_ms"] = busyP99 - idleP99;
+    state.counters["ticks"] = busy.value(QStringLiteral("ticks")).toDouble();
+    state.SetIterationTime(busy.value(QStringLiteral("operation_ms")).toDouble() / 1000.0);
 }

@@ -200,14 +200,7 @@ void BM_ResponsivenessDuringAnInstall(benchmark::State& state)
         QDir(dir).removeRecursively();
         const QJsonObject busy = w.launcher(QStringLiteral("full"), dir);
         const QJsonObject idle = w.launcher(QString(), QString(), int(busy.value(QStringLiteral("operation_ms")).toDouble()));
-        const double busyP99 = busy.value(QStringLiteral("lateness_p99_ms")).toDouble();
-        const double idleP99 = idle.value(QStringLiteral("lateness_p99_ms")).toDouble();
-        state.counters["install_p99_ms"] = busyP99;
-        state.counters["idle_p99_ms"] = idleP99;
-        state.counters["install_p50_ms"] = busy.value(QStringLiteral("lateness_p50_ms")).toDouble();
-        state.counters["difference_ms"] = busyP99 - idleP99;
-        state.counters["ticks"] = busy.value(QStringLiteral("ticks")).toDouble();
-        state.SetIterationTime(busy.value(QStringLiteral("operation_ms")).toDouble() / 1000.0);
+        reportLateness(state, busy, idle);
     }
 }
 
