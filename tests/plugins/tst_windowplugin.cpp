@@ -1,0 +1,425 @@
+// The window plugin driven as a person drives it: mouse clicks and keys on the widgets, found by their object
+// names, in a plugin host with the real settings, errors, notifications and i18n plugins. The engine is a stand-in
+// plugin named "engine" (fixtures/ScriptedEnginePlugin.cpp) that replays the states and progress of the real
+// engine's table (docs/engine.md) and records which of its slots the window called.
+#include <libupdater/IUpdateEngine.h>
+#include <libupdater/Updater.h>
+#include <libupdater/vlc/VlcInstance.h>
+
+#include "BundledPlugins.h"
+#include "../support/LogCapture.h"
+
+#include <DesktopSession.h>
+
+#include <QtCore/QProcess>
+#include <QtTest/QTest>
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QCheckBox>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QDialog>
+#include <QtWidgets/QLabel>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QListWidget>
+#include <QtWidgets/QProgressBar>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QSpinBox>
+#include <QtWidgets/QStackedWidget>
+
+using namespace tvl::updater;
+using State = IUpdateEngine::UpdateStateE;
+
+namespace {
+
+constexpr int Timeout = 20000;
+
+/// A launcher with a window over the scripted engine, its preferences in a directory of its own.
+struct Desktop
+{
+    QTemporaryDir config;
+    QString preferences = config.filePath(QStringLiteral("Tarvel/updater"));
+    Host host;
+    QObject* engine = nullptr;
+    QWidget* window = nullptr;
+
+    Desktop()
+    {
+        QDir().mkpath(preferences);
+        tv_set_user_preferences_path(preferences);
+    }
+    ~Desktop()
+    {
+        if (host.manager) {
+            host.manager->quit(0);
+            (void)QTest::qWaitFor([this] { return host.loaded().isEmpty(); }, Timeout);
+        }
+    }
+
+    /// Loads the plugins and shows the window with the game "demo" in `state`.
+    bool start(int state, const QVariantMap& info = {})
+    {
+        for (const char* name : {"settings", "window", "errors", "notifications", "i18n"})
+            addBundled(host.dir, QString::fromLatin1(name));
+        addTranslations(host.dir.path());
+        host.dir.copy(QStringLiteral(SCRIPTED_ENGINE_PLUGIN), QStringLiteral("engine"));
+        host.dir.write(QStringLiteral("engine.updaterplugin"),
+                       QStringLiteral("name = \"engine\"\nsoft_depends = { \"settings\", \"errors\" }\n"));
+        host.add({QStringLiteral("driver|soft_depends = { 'engine', 'errors' }")});
+        if (!host.start()->loadPlugins(true))
+            return false;
+        engine = api()->getObject<IUpdateEngine>();
+        if (!engine)
+            return false;
+        QVariantMap fields{{"name", "Demo game"}, {"news", "Fresh levels"}};
+        fields.insert(info);
+        QMetaObject::invokeMethod(engine, "setInfo", Q_ARG(QString, "demo"), Q_ARG(QVariantMap, fields));
+        setState(state);
+        window = mainWindow();
+        return window && QTest::qWaitForWindowExposed(window);
+    }
+
+    UpdaterPluginApi* api() const { return host.manager->api(); }
+
+    QWidget* mainWindow() const
+    {
+        QWidget* found = nullptr;
+        api()->callInPlugin(QStringLiteral("window"), "mainWindow");
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget->objectName() == QLatin1String("mainWindow") && !widget->testAttribute(Qt::WA_WState_Hidden))
+                found = widget;
+        }
+        return found;
+    }
+
+    void setState(int state)
+    {
+        QMetaObject::invokeMethod(engine, "setState", Q_ARG(QString, "demo"), Q_ARG(int, state));
+    }
+
+    template<typename T>
+    T* find(const char* name) const
+    {
+        return window ? window->findChild<T*>(QLatin1String(name)) : nullptr;
+    }
+    QPushButton* button() const { return find<QPushButton>("mainButton"); }
+    QStringList calls() const { return host.journal->filter(QRegularExpression(QStringLiteral("^engine "))); }
+    QString projectText() const
+    {
+        auto* list = find<QListWidget>("projectList");
+        return list && list->count() > 0 ? list->item(0)->text() : QString();
+    }
+};
+
+QDialog* openSettings(Desktop& desktop)
+{
+    QTest::mouseClick(desktop.find<QPushButton>("settingsButton"), Qt::LeftButton);
+    auto* dialog = desktop.window->findChild<QDialog*>(QStringLiteral("settingsDialog"));
+    return dialog && QTest::qWaitForWindowExposed(dialog) ? dialog : nullptr;
+}
+
+/// Selects the entry of `box` whose data is `value` with the arrow keys, as from the keyboard.
+bool chooseWithKeys(QComboBox* box, const QVariant& value)
+{
+    const int target = box->findData(value);
+    if (target < 0)
+        return false;
+    box->setFocus();
+    while (box->currentIndex() != target)
+        QTest::keyClick(box, box->currentIndex() < target ? Qt::Key_Down : Qt::Key_Up);
+    return true;
+}
+
+/// Replaces the text of `spin` by typing `value` and Enter.
+void typeInto(QAbstractSpinBox* spin, const QString& value)
+{
+    spin->setFocus();
+    QTest::keyClick(spin, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClicks(spin, value);
+    QTest::keyClick(spin, Qt::Key_Return);
+}
+
+} // namespace
+
+class TestWindowPlugin : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        // A session bus of the test's own, without a notification service: notifications end up in the log.
+        QVERIFY2(m_bus.start(), qPrintable(m_bus.error()));
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toUtf8());
+    }
+
+    void cleanup() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+
+    void mainButtonFollowsTheState_data()
+    {
+        QTest::addColumn<int>("state");
+        QTest::addColumn<QVariantMap>("info");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("call");
+        const QVariantMap installed{{"installedVersion", "1.0"}, {"availableVersion", "2.0"}};
+        const QVariantMap none{{"availableVersion", "1.0"}};
+        QTest::newRow("not examined") << int(State::Initializing) << none << QStringLiteral("Please wait") << QStringLiteral("");
+        QTest::newRow("checking, not installed") << int(State::CheckingUpdates) << none << QStringLiteral("Please wait") << QStringLiteral("");
+        QTest::newRow("checking, installed") << int(State::CheckingUpdates | State::Executable) << installed << QStringLiteral("Play") << QStringLiteral("launch");
+        QTest::newRow("not installed") << int(State::UpdatePending) << none << QStringLiteral("Install") << QStringLiteral("install");
+        QTest::newRow("update available") << int(State::UpdatePending | State::Executable) << installed << QStringLiteral("Update") << QStringLiteral("install");
+        QTest::newRow("up to date") << int(State::UpToDate | State::Executable) << installed << QStringLiteral("Play") << QStringLiteral("launch");
+        QTest::newRow("damaged") << int(State::UpdateFailed) << installed << QStringLiteral("Repair") << QStringLiteral("repair");
+        QTest::newRow("failed install") << int(State::UpdateFailed | State::UpdatePending) << none << QStringLiteral("Install") << QStringLiteral("install");
+        QTest::newRow("failed update") << int(State::UpdateFailed | State::UpdatePending | State::Executable) << installed
+                                       << QStringLiteral("Update") << QStringLiteral("install");
+        QTest::newRow("updating") << int(State::Updating) << installed << QStringLiteral("Cancel") << QStringLiteral("pause");
+        QTest::newRow("paused") << int(State::UpdatePending) << QVariantMap{{"paused", true}} << QStringLiteral("Resume") << QStringLiteral("resume");
+        QTest::newRow("game runs") << int(State::UpdateBlockedByProcess) << installed << QStringLiteral("Running") << QStringLiteral("");
+        QTest::newRow("game runs, update waits") << int(State::UpdateBlockedByProcess | State::UpdatePending) << installed
+                                                 << QStringLiteral("Running") << QStringLiteral("");
+    }
+    void mainButtonFollowsTheState()
+    {
+        QFETCH(int, state);
+        QFETCH(QVariantMap, info);
+        QFETCH(QString, text);
+        QFETCH(QString, call);
+        Desktop desktop;
+        QVERIFY(desktop.start(state, info));
+        QPushButton* button = desktop.button();
+        QVERIFY(button);
+        QTRY_COMPARE(button->text(), text);
+        QCOMPARE(button->isEnabled(), !call.isEmpty());
+        QVERIFY(!button->accessibleName().isEmpty());
+        QTest::mouseClick(button, Qt::LeftButton);
+        // And once more from the keyboard: the list has the focus first, Tab goes to the button.
+        desktop.find<QListWidget>("projectList")->setFocus();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), button->isEnabled() ? static_cast<QWidget*>(button) : QApplication::focusWidget());
+        if (button->isEnabled())
+            QTest::keyClick(button, Qt::Key_Space);
+        // Cancel pauses, after which the button offers to resume.
+        const QString again = call == QLatin1String("pause") ? QStringLiteral("resume") : call;
+        const QStringList expected = call.isEmpty() ? QStringList()
+                                                    : QStringList{"engine " + call + " demo", "engine " + again + " demo"};
+        QTRY_COMPARE(desktop.calls(), expected);
+    }
+
+    void cancelMidwayPauses()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(State::UpdatePending, {{"availableVersion", "1.0"}}));
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QCOMPARE(desktop.calls(), QStringList{"engine install demo"});
+        // What the real engine emits while it installs: Updating, then progress a few times a second.
+        desktop.setState(State::Updating);
+        QMetaObject::invokeMethod(desktop.engine, "sendProgress", Q_ARG(QString, "demo"),
+                                  Q_ARG(int, tvl::vantor::Progress::Downloading), Q_ARG(qlonglong, 512 * 1024),
+                                  Q_ARG(qlonglong, 2048 * 1024), Q_ARG(double, 20 * 1024.0), Q_ARG(qlonglong, 90));
+        auto* bar = desktop.find<QProgressBar>("progressBar");
+        auto* text = desktop.find<QLabel>("progressText");
+        QTRY_VERIFY(bar->isVisible());
+        QCOMPARE(bar->value(), bar->maximum() / 4);
+        QVERIFY2(text->text().contains("Downloading") && text->text().contains("Approximately 1 minute(s)")
+                     && text->text().contains("/s"),
+                 qPrintable(text->text()));
+        QVERIFY(desktop.projectText().contains("Working on its files"));
+        QCOMPARE(desktop.button()->text(), QStringLiteral("Cancel"));
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QCOMPARE(desktop.calls(), (QStringList{"engine install demo", "engine pause demo"}));
+        // Paused, it offers to go on; the progress is gone.
+        QTRY_COMPARE(desktop.button()->text(), QStringLiteral("Resume"));
+        QVERIFY(!bar->isVisible());
+        QVERIFY(desktop.projectText().contains("Not installed"));
+    }
+
+    void engineErrorsInDeveloperModeAndAsNotification()
+    {
+        LogCapture log;
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        auto* panel = desktop.find<QWidget>("developerPanel");
+        QVERIFY(panel && !panel->isVisible());
+        desktop.api()->setSetting("dev_mode", true);
+        QTRY_VERIFY(panel->isVisible());
+        auto* errors = desktop.find<QListWidget>("errorList");
+        desktop.api()->callInPlugin("driver", "postError", Q_ARG(int, 0x04080106), Q_ARG(QString, "Some files are damaged"),
+                                    Q_ARG(QString, "data/blob"));
+        QTRY_COMPARE(errors->count(), 1);
+        QVERIFY(errors->item(0)->text().contains("U04080106"));
+        QVERIFY(errors->item(0)->text().contains("Some files are damaged"));
+        QCOMPARE(errors->item(0)->toolTip(), QStringLiteral("data/blob"));
+        // The log view shows what the launcher logs.
+        TVL_LOG(tvl::Logger::Warning) << "a line for the log view";
+        tvl::Logger::instance()->flush();
+        auto* logView = desktop.find<QWidget>("logView");
+        QTRY_VERIFY(logView->property("plainText").toString().contains("a line for the log view"));
+        // Shown, the window tells of errors itself: no notification.
+        QVERIFY(!log.take().isEmpty());
+        QTest::qWait(100);
+        QVERIFY(!hasNotification(log.take(), "Some files are damaged"));
+
+        desktop.window->hide();
+        desktop.api()->callInPlugin("driver", "postError", Q_ARG(int, 0x04020001), Q_ARG(QString, "The server cannot be reached"),
+                                    Q_ARG(QString, QString()));
+        QList<LogCapture::Record> records;
+        QTRY_VERIFY_WITH_TIMEOUT(hasNotification(records += log.take(), "The server cannot be reached"), Timeout);
+        QTRY_COMPARE(errors->count(), 2);
+        // The user removes the newest error.
+        errors->setCurrentRow(0);
+        QTest::mouseClick(desktop.find<QPushButton>("removeErrorButton"), Qt::LeftButton);
+        QTRY_COMPARE(errors->count(), 1);
+        QVERIFY(errors->item(0)->text().contains("U04080106"));
+    }
+
+    void languageSwitchRetranslates()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        QCOMPARE(desktop.button()->text(), QStringLiteral("Play"));
+        QDialog* dialog = openSettings(desktop);
+        QVERIFY(dialog);
+        QCOMPARE(dialog->windowTitle(), QStringLiteral("Settings"));
+        QVERIFY(chooseWithKeys(dialog->findChild<QComboBox*>("languageBox"), "fr"));
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Jouer"), Timeout);
+        QCOMPARE(dialog->windowTitle(), QStringLiteral("Paramètres"));
+        QCOMPARE(desktop.find<QPushButton>("settingsButton")->text(), QStringLiteral("&Paramètres..."));
+        QVERIFY2(desktop.projectText().contains(QStringLiteral("À jour")), qPrintable(desktop.projectText()));
+        QCOMPARE(desktop.api()->getSetting("i18n.lang").toString(), QStringLiteral("fr"));
+        QVERIFY(chooseWithKeys(dialog->findChild<QComboBox*>("languageBox"), "de"));
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Spielen"), Timeout);
+        QCOMPARE(desktop.window->windowTitle(), QStringLiteral("Spiele-Launcher"));
+    }
+
+    void settingsAreReadByTheNextLauncher()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        QDialog* dialog = openSettings(desktop);
+        QVERIFY(dialog);
+        typeInto(dialog->findChild<QSpinBox*>("rateLimitBox"), "512");
+        typeInto(dialog->findChild<QSpinBox*>("connectionsBox"), "2");
+        auto* directory = dialog->findChild<QLineEdit*>("installDirEdit");
+        directory->setFocus();
+        QTest::keyClick(directory, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(directory, desktop.config.filePath("games/demo"));
+        QTest::keyClick(directory, Qt::Key_Return);
+        auto* plugins = dialog->findChild<QListWidget*>("pluginList");
+        const QList<QListWidgetItem*> notifications = plugins->findItems("notifications", Qt::MatchExactly);
+        QCOMPARE(notifications.size(), 1);
+        plugins->setFocus();
+        plugins->setCurrentItem(notifications.first());
+        QTest::keyClick(plugins, Qt::Key_Space);
+        QCOMPARE(notifications.first()->checkState(), Qt::Unchecked);
+        QTest::mouseClick(dialog->findChild<QCheckBox*>("devModeBox"), Qt::LeftButton);
+        QTest::mouseClick(dialog->findChild<QCheckBox*>("closeToTrayBox"), Qt::LeftButton);
+        // At once in this launcher...
+        QCOMPARE(desktop.api()->getSetting("network.rate_limit").toInt(), 512);
+        QTRY_VERIFY(desktop.find<QWidget>("developerPanel")->isVisible());
+
+        // ...and in the next one, from the user's preferences.
+        QProcess next;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_CONFIG_HOME", desktop.config.path());
+        next.setProcessEnvironment(environment);
+        next.start(QStringLiteral(UPDATER_EXECUTABLE),
+                   {"--no-gui", "--plugin-dir=" + desktop.host.dir.path(),
+                    "--print-settings=network.rate_limit,network.max_connections,projects.demo.dir,plugins.disable,dev_mode,"
+                    "ui.close_to_tray"});
+        QVERIFY(next.waitForFinished(Timeout));
+        QCOMPARE(next.exitCode(), 0);
+        const QStringList lines = QString::fromUtf8(next.readAllStandardOutput()).split('\n');
+        for (const QString& expected : {QStringLiteral("network.rate_limit=512"), QStringLiteral("network.max_connections=2"),
+                                        "projects.demo.dir=" + desktop.config.filePath("games/demo"),
+                                        QStringLiteral("plugins.disable=notifications"), QStringLiteral("dev_mode=true"),
+                                        QStringLiteral("ui.close_to_tray=true")})
+            QVERIFY2(lines.contains(expected), qPrintable(expected + " not in:\n" + lines.join('\n')));
+    }
+
+    void comesBackFromBackgroundModeAtItsPlace()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        desktop.window->setGeometry(123, 77, 880, 540);
+        QTRY_COMPARE(desktop.window->geometry(), QRect(123, 77, 880, 540));
+        // The game starts: the engine enters background mode and the window goes, the launcher staying.
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QCOMPARE(desktop.calls(), QStringList{"engine launch demo"});
+        desktop.api()->activateBackgroundMode(true);
+        QTRY_VERIFY(!desktop.api()->pluginIsLoaded("window"));
+        QTRY_VERIFY(!desktop.mainWindow());
+        QVERIFY(desktop.api()->pluginIsLoaded("settings"));
+        // The game ends.
+        desktop.api()->activateBackgroundMode(false);
+        QVERIFY(desktop.api()->pluginIsLoaded("window"));
+        desktop.window = desktop.mainWindow();
+        QVERIFY(desktop.window);
+        QTRY_COMPARE(desktop.window->geometry(), QRect(123, 77, 880, 540));
+        QCOMPARE(desktop.button()->text(), QStringLiteral("Play"));
+    }
+
+    void closeToTrayKeepsTheLauncher_data()
+    {
+        QTest::addColumn<bool>("closeToTray");
+        QTest::newRow("close to tray") << true;
+        QTest::newRow("close quits") << false;
+    }
+    void closeToTrayKeepsTheLauncher()
+    {
+        QFETCH(bool, closeToTray);
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        desktop.api()->setSetting("ui.close_to_tray", closeToTray);
+        desktop.window->close();
+        // Closing down unloads the plugins one by one; staying keeps the window plugin.
+        const bool quit = QTest::qWaitFor([&] { return desktop.api()->closingDown(); }, 2000);
+        QCOMPARE(quit, !closeToTray);
+        if (closeToTray) {
+            QVERIFY(desktop.api()->pluginIsLoaded("window"));
+            QVERIFY(desktop.api()->callInPlugin("window", "raiseWindow"));
+            QTRY_VERIFY(desktop.window->isVisible());
+        }
+    }
+
+    void trailerLoops()
+    {
+        {
+            VlcInstance probe;
+            if (!probe.isLoaded())
+                QSKIP("libvlc cannot be loaded here");
+        }
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable),
+                              {{"installedVersion", "1.0"}, {"trailer", QStringLiteral(TRAILER_CLIP)}}));
+        auto* media = desktop.find<QStackedWidget>("mediaStack");
+        QWidget* view = desktop.find<QWidget>("trailerView");
+        QCOMPARE(media->currentWidget(), view);
+        // After the clip's end it starts again, and new frames come.
+        QTRY_VERIFY_WITH_TIMEOUT(view->property("loops").toInt() >= 1, 30000);
+        const int loops = view->property("loops").toInt();
+        QImage last = view->grab().toImage();
+        int changes = 0;
+        QVERIFY(QTest::qWaitFor([&] {
+            const QImage now = view->grab().toImage();
+            changes += now != last;
+            last = now;
+            return changes >= 3;
+        }, Timeout));
+        QTRY_VERIFY_WITH_TIMEOUT(view->property("loops").toInt() > loops, 30000);
+    }
+
+private:
+    static bool hasNotification(const QList<LogCapture::Record>& records, const char* text)
+    {
+        for (const LogCapture::Record& record : records) {
+            if (record.message.contains("Notification:") && record.message.contains(QLatin1String(text)))
+                return true;
+        }
+        return false;
+    }
+
+    testsupport::SessionBus m_bus;
+};
+
+QTEST_MAIN(TestWindowPlugin)
+#include "tst_windowplugin.moc"
