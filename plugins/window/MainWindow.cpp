@@ -304,7 +304,7 @@ void MainWindow::updateButton()
     m_action = mainActionFor(state, paused);
     m_mainButton->setText(mainActionText(m_action));
     m_mainButton->setAccessibleName(project.isEmpty() ? mainActionText(m_action)
-                                                      : tr("%1 %2").arg(mainActionText(m_action), m_title->text()));
+                                                      : QStringLiteral("%1 %2").arg(mainActionText(m_action), m_title->text()));
     m_mainButton->setEnabled(mainActionSlot(m_action) != nullptr);
     m_progress->setVisible(state.testFlag(IUpdateEngine::Updating));
     m_progressText->setVisible(state.testFlag(IUpdateEngine::Updating));

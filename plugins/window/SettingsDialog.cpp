@@ -69,6 +69,12 @@ SettingsDialog::SettingsDialog(UpdaterPluginApi* api, const QString& project, QW
     m_rate->setRange(0, MaxRateKiB);
     m_rate->setSingleStep(128);
     m_connections->setRange(1, MaxConnections);
+    // A limit takes effect when typed in full, not at each of its digits.
+    m_rate->setKeyboardTracking(false);
+    m_connections->setKeyboardTracking(false);
+    // Enter in a field closes the dialog (everything is saved already); it never opens the folder chooser.
+    m_browse->setAutoDefault(false);
+    m_buttons->button(QDialogButtonBox::Close)->setDefault(true);
     m_pluginsNote->setWordWrap(true);
     m_directory->setEnabled(!m_project.isEmpty());
     m_browse->setEnabled(!m_project.isEmpty());

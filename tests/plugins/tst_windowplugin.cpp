@@ -4,6 +4,7 @@
 // engine's table (docs/engine.md) and records which of its slots the window called.
 #include <libupdater/IUpdateEngine.h>
 #include <libupdater/Updater.h>
+#include <libupdater/UpdaterLogCollector.h>
 #include <libupdater/vlc/VlcInstance.h>
 
 #include "BundledPlugins.h"
@@ -40,6 +41,8 @@ struct Desktop
     Host host;
     QObject* engine = nullptr;
     QWidget* window = nullptr;
+    /// The launcher's log collector, as the host executable registers it.
+    UpdaterLogCollector* collector = nullptr;
 
     Desktop()
     {
@@ -48,6 +51,8 @@ struct Desktop
     }
     ~Desktop()
     {
+        if (collector)
+            tvl::Logger::instance()->removeOutput(collector);
         if (host.manager) {
             host.manager->quit(0);
             (void)QTest::qWaitFor([this] { return host.loaded().isEmpty(); }, Timeout);
@@ -64,7 +69,12 @@ struct Desktop
         host.dir.write(QStringLiteral("engine.updaterplugin"),
                        QStringLiteral("name = \"engine\"\nsoft_depends = { \"settings\", \"errors\" }\n"));
         host.add({QStringLiteral("driver|soft_depends = { 'engine', 'errors' }")});
-        if (!host.start()->loadPlugins(true))
+        host.start();
+        collector = new UpdaterLogCollector(500);
+        collector->setObjectName(QStringLiteral("logCollector"));
+        tvl::Logger::instance()->addOutput(collector);
+        api()->addObject(collector);
+        if (!host.manager->loadPlugins(true))
             return false;
         engine = api()->getObject<IUpdateEngine>();
         if (!engine)
@@ -128,13 +138,13 @@ bool chooseWithKeys(QComboBox* box, const QVariant& value)
     return true;
 }
 
-/// Replaces the text of `spin` by typing `value` and Enter.
-void typeInto(QAbstractSpinBox* spin, const QString& value)
+/// Replaces the text of `field` by typing `value`, then goes on to the next field with Tab.
+void typeInto(QWidget* field, const QString& value)
 {
-    spin->setFocus();
-    QTest::keyClick(spin, Qt::Key_A, Qt::ControlModifier);
-    QTest::keyClicks(spin, value);
-    QTest::keyClick(spin, Qt::Key_Return);
+    field->setFocus();
+    QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClicks(field, value);
+    QTest::keyClick(field, Qt::Key_Tab);
 }
 
 } // namespace
@@ -299,11 +309,7 @@ private Q_SLOTS:
         QVERIFY(dialog);
         typeInto(dialog->findChild<QSpinBox*>("rateLimitBox"), "512");
         typeInto(dialog->findChild<QSpinBox*>("connectionsBox"), "2");
-        auto* directory = dialog->findChild<QLineEdit*>("installDirEdit");
-        directory->setFocus();
-        QTest::keyClick(directory, Qt::Key_A, Qt::ControlModifier);
-        QTest::keyClicks(directory, desktop.config.filePath("games/demo"));
-        QTest::keyClick(directory, Qt::Key_Return);
+        typeInto(dialog->findChild<QLineEdit*>("installDirEdit"), desktop.config.filePath("games/demo"));
         auto* plugins = dialog->findChild<QListWidget*>("pluginList");
         const QList<QListWidgetItem*> notifications = plugins->findItems("notifications", Qt::MatchExactly);
         QCOMPARE(notifications.size(), 1);
@@ -311,10 +317,17 @@ private Q_SLOTS:
         plugins->setCurrentItem(notifications.first());
         QTest::keyClick(plugins, Qt::Key_Space);
         QCOMPARE(notifications.first()->checkState(), Qt::Unchecked);
-        QTest::mouseClick(dialog->findChild<QCheckBox*>("devModeBox"), Qt::LeftButton);
-        QTest::mouseClick(dialog->findChild<QCheckBox*>("closeToTrayBox"), Qt::LeftButton);
+        // Tab goes from the list to the two check boxes; Space ticks them.
+        QTest::keyClick(plugins, Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("devModeBox"));
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget()->objectName(), QStringLiteral("closeToTrayBox"));
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
         // At once in this launcher...
         QCOMPARE(desktop.api()->getSetting("network.rate_limit").toInt(), 512);
+        QVERIFY(dialog->findChild<QCheckBox*>("devModeBox")->isChecked());
+        QCOMPARE(desktop.api()->getSetting("dev_mode").toBool(), true);
         QTRY_VERIFY(desktop.find<QWidget>("developerPanel")->isVisible());
 
         // ...and in the next one, from the user's preferences.
@@ -370,10 +383,9 @@ private Q_SLOTS:
         Desktop desktop;
         QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
         desktop.api()->setSetting("ui.close_to_tray", closeToTray);
-        desktop.window->close();
-        // Closing down unloads the plugins one by one; staying keeps the window plugin.
-        const bool quit = QTest::qWaitFor([&] { return desktop.api()->closingDown(); }, 2000);
-        QCOMPARE(quit, !closeToTray);
+        // The last window closed: the launcher quits (the event loop ends with 0) unless it stays in the tray.
+        const int exitCode = runEventLoop([&] { desktop.window->close(); }, 3000);
+        QCOMPARE(exitCode, closeToTray ? LoopTimedOut : 0);
         if (closeToTray) {
             QVERIFY(desktop.api()->pluginIsLoaded("window"));
             QVERIFY(desktop.api()->callInPlugin("window", "raiseWindow"));
