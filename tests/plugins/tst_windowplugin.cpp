@@ -11,8 +11,13 @@
 #include "../support/LogCapture.h"
 
 #include <DesktopSession.h>
+#include <NginxServer.h>
+
+#include <vantor/Keys.h>
+#include <vantor/Operation.h>
 
 #include <QtCore/QProcess>
+#include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QCheckBox>
@@ -39,7 +44,7 @@ struct Desktop
     QTemporaryDir config;
     QString preferences = config.filePath(QStringLiteral("Tarvel/updater"));
     Host host;
-    QObject* engine = nullptr;
+    IUpdateEngine* engine = nullptr;
     QWidget* window = nullptr;
     /// The launcher's log collector, as the host executable registers it.
     UpdaterLogCollector* collector = nullptr;
@@ -69,6 +74,30 @@ struct Desktop
         host.dir.write(QStringLiteral("engine.updaterplugin"),
                        QStringLiteral("name = \"engine\"\nsoft_depends = { \"settings\", \"errors\" }\n"));
         host.add({QStringLiteral("driver|soft_depends = { 'engine', 'errors' }")});
+        if (!load())
+            return false;
+        QVariantMap fields{{"name", "Demo game"}, {"news", "Fresh levels"}};
+        fields.insert(info);
+        QMetaObject::invokeMethod(engine, "setInfo", Q_ARG(QString, "demo"), Q_ARG(QVariantMap, fields));
+        setState(state);
+        window = mainWindow();
+        return window && QTest::qWaitForWindowExposed(window);
+    }
+
+    /// Loads the plugins over the real engine and network plugins, the settings coming from `script`.
+    bool startWithEngine(const QString& script)
+    {
+        for (const char* name : {"window", "errors", "notifications", "engine", "network"})
+            addBundled(host.dir, QString::fromLatin1(name));
+        host.add({QStringLiteral("settings||script = '%1'").arg(script)});
+        if (!load())
+            return false;
+        window = mainWindow();
+        return window && QTest::qWaitForWindowExposed(window);
+    }
+
+    bool load()
+    {
         host.start();
         collector = new UpdaterLogCollector(500);
         collector->setObjectName(QStringLiteral("logCollector"));
@@ -77,14 +106,7 @@ struct Desktop
         if (!host.manager->loadPlugins(true))
             return false;
         engine = api()->getObject<IUpdateEngine>();
-        if (!engine)
-            return false;
-        QVariantMap fields{{"name", "Demo game"}, {"news", "Fresh levels"}};
-        fields.insert(info);
-        QMetaObject::invokeMethod(engine, "setInfo", Q_ARG(QString, "demo"), Q_ARG(QVariantMap, fields));
-        setState(state);
-        window = mainWindow();
-        return window && QTest::qWaitForWindowExposed(window);
+        return engine != nullptr;
     }
 
     UpdaterPluginApi* api() const { return host.manager->api(); }
@@ -391,6 +413,79 @@ private Q_SLOTS:
             QVERIFY(desktop.api()->callInPlugin("window", "raiseWindow"));
             QTRY_VERIFY(desktop.window->isVisible());
         }
+    }
+
+    void installUpdateAndPlayWithTheRealEngine()
+    {
+        // The demo game in two versions, published into a repository that nginx serves.
+        QTemporaryDir work;
+        const QString repository = work.filePath("repository");
+        QByteArray publicKey, secretKey;
+        tvl::vantor::Keys::generate(&publicKey, &secretKey);
+        const QByteArray game = "#!/bin/sh\nwhile [ ! -e \"$1\" ]; do sleep 0.05; done\n";
+        for (const QString& version : {QStringLiteral("1"), QStringLiteral("2")}) {
+            const QString bin = testsupport::writeFile(work.filePath("v" + version + "/bin/game"), game);
+            QFile::setPermissions(bin, QFile::permissions(bin) | QFile::ExeOwner);
+            testsupport::writeFile(work.filePath("v" + version + "/data/level"), QByteArray(200 * 1024, char('a' + version.toInt())));
+        }
+        const auto publish = [&](const QString& version) {
+            tvl::vantor::Options options;
+            options.sourceDirectory = work.filePath("v" + version.left(1));
+            options.repositoryDirectory = repository;
+            options.project = QStringLiteral("demo");
+            options.channel = QStringLiteral("stable");
+            options.version = version;
+            options.secretKey = secretKey;
+            tvl::vantor::Operation operation(tvl::vantor::Operation::Publish, options);
+            QSignalSpy done(&operation, &tvl::vantor::Operation::finished);
+            operation.start();
+            return (!done.isEmpty() || done.wait(60000)) && operation.result() && operation.result()->success;
+        };
+        QDir().mkpath(repository);
+        QVERIFY(publish("1.0"));
+        testsupport::NginxServer server(repository);
+        QString error;
+        QVERIFY2(server.start(&error), qPrintable(error));
+        const QString stop = work.filePath("stop-game");
+        testsupport::writeFile(work.filePath("launcher.lua"), QStringLiteral(
+            "update = { automatic = false, check_interval_minutes = 60 }\n"
+            "projects = { demo = { name = 'Demo game', url = '%1', dir = '%2', keys = { '%3' },\n"
+            "  executable = 'bin/game', arguments = { '%4' }, news = 'Fresh levels' } }\n")
+            .arg(server.url().toString(), work.filePath("games/demo"), tvl::vantor::Keys::encodePublicKey(publicKey), stop).toUtf8());
+
+        Desktop desktop;
+        QVERIFY(desktop.startWithEngine(work.filePath("launcher.lua")));
+        constexpr int EngineTimeout = 60000;
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Install"), EngineTimeout);
+        QVERIFY(desktop.projectText().startsWith("Demo game\nnot installed"));
+        QCOMPARE(desktop.find<QWidget>("newsView")->property("plainText").toString(), QStringLiteral("Fresh levels"));
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Play"), EngineTimeout);
+        QVERIFY2(desktop.projectText().contains("version 1.0 - Up to date"), qPrintable(desktop.projectText()));
+        QVERIFY(QFileInfo::exists(work.filePath("games/demo/bin/game")));
+
+        QVERIFY(publish("2.0"));
+        QTest::mouseClick(desktop.find<QPushButton>("checkButton"), Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Update"), EngineTimeout);
+        QVERIFY2(desktop.projectText().contains("Update 2.0 available"), qPrintable(desktop.projectText()));
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Play"), EngineTimeout);
+        QVERIFY2(desktop.projectText().contains("version 2.0 - Up to date"), qPrintable(desktop.projectText()));
+        QCOMPARE(testsupport::readFile(work.filePath("games/demo/data/level")), QByteArray(200 * 1024, 'c'));
+
+        // Play: the game runs, the window goes while it runs and comes back where it was when it ends.
+        desktop.window->setGeometry(140, 90, 900, 560);
+        QTRY_COMPARE(desktop.window->geometry(), QRect(140, 90, 900, 560));
+        QTest::mouseClick(desktop.button(), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!desktop.api()->pluginIsLoaded("window"), EngineTimeout);
+        QVERIFY(!desktop.mainWindow());
+        QVERIFY(desktop.engine->projectState("demo").testFlag(IUpdateEngine::UpdateBlockedByProcess));
+        testsupport::writeFile(stop, "");
+        QTRY_VERIFY_WITH_TIMEOUT(desktop.api()->pluginIsLoaded("window"), EngineTimeout);
+        desktop.window = desktop.mainWindow();
+        QVERIFY(desktop.window);
+        QTRY_COMPARE(desktop.window->geometry(), QRect(140, 90, 900, 560));
+        QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Play"), EngineTimeout);
     }
 
     void trailerLoops()
