@@ -63,6 +63,11 @@ bool TrailerView::play(const QUrl& url)
         m_player = new VlcPlayer(m_instance.get(), this);
         connect(m_player, &AbstractVideoPlayer::stopped, this, &TrailerView::onStopped);
     }
+    // A hidden view starts when it is shown: nothing plays unseen.
+    if (!isVisible()) {
+        m_startOnShow = true;
+        return true;
+    }
     return start();
 }
 
@@ -91,6 +96,7 @@ void TrailerView::stop()
     delete m_item;
     m_item = nullptr;
     m_pausedByHide = false;
+    m_startOnShow = false;
     m_url = none;
 }
 
@@ -106,8 +112,12 @@ void TrailerView::onStopped()
         return;
     ++m_loops;
     QTimer::singleShot(0, this, [this] {
-        if (!m_url.isEmpty() && m_player)
+        if (m_url.isEmpty() || !m_player)
+            return;
+        if (isVisible())
             start();
+        else
+            m_startOnShow = true;
     });
 }
 
@@ -117,6 +127,9 @@ void TrailerView::showEvent(QShowEvent* event)
     if (m_pausedByHide && m_player && m_player->isPaused())
         m_player->pause(); // toggles back to playing
     m_pausedByHide = false;
+    if (m_startOnShow && m_player && !m_url.isEmpty())
+        start();
+    m_startOnShow = false;
     fit();
 }
 

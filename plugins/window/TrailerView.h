@@ -23,6 +23,8 @@ class TrailerView : public QGraphicsView
     Q_OBJECT
     /// How often the trailer started again after it ended.
     Q_PROPERTY(int loops READ loops)
+    /// Whether frames are coming now (false while paused, stopped or between two loops).
+    Q_PROPERTY(bool playing READ isPlaying)
 
 public:
     explicit TrailerView(QWidget* parent = nullptr);
@@ -53,5 +55,7 @@ private:
     QUrl m_url;
     int m_loops = 0;
     bool m_pausedByHide = false;
+    /// Asked to play (or to loop) while hidden.
+    bool m_startOnShow = false;
     bool m_triedLoading = false;
 };

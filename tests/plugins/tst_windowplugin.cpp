@@ -114,7 +114,6 @@ struct Desktop
     QWidget* mainWindow() const
     {
         QWidget* found = nullptr;
-        api()->callInPlugin(QStringLiteral("window"), "mainWindow");
         for (QWidget* widget : QApplication::topLevelWidgets()) {
             if (widget->objectName() == QLatin1String("mainWindow") && !widget->testAttribute(Qt::WA_WState_Hidden))
                 found = widget;
@@ -513,6 +512,15 @@ private Q_SLOTS:
             return changes >= 3;
         }, Timeout));
         QTRY_VERIFY_WITH_TIMEOUT(view->property("loops").toInt() > loops, 30000);
+
+        // Hidden (in the tray), the trailer pauses; shown again, it goes on.
+        QTRY_VERIFY_WITH_TIMEOUT(view->property("playing").toBool(), Timeout);
+        desktop.window->hide();
+        QTRY_VERIFY_WITH_TIMEOUT(!view->property("playing").toBool(), Timeout);
+        const int loopsWhileHidden = view->property("loops").toInt();
+        desktop.window->show();
+        QTRY_VERIFY_WITH_TIMEOUT(view->property("playing").toBool(), Timeout);
+        QCOMPARE(view->property("loops").toInt(), loopsWhileHidden);
     }
 
 private:
