@@ -3,6 +3,7 @@
 // plugin named "engine" (fixtures/ScriptedEnginePlugin.cpp) that replays the states and progress of the real
 // engine's table (docs/engine.md) and records which of its slots the window called.
 #include <libupdater/IUpdateEngine.h>
+#include <libupdater/QtSingleApplication.h>
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterLogCollector.h>
 #include <libupdater/vlc/VlcInstance.h>
@@ -26,10 +27,14 @@
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QListWidget>
+#include <QtWidgets/QMenu>
 #include <QtWidgets/QProgressBar>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QSpinBox>
 #include <QtWidgets/QStackedWidget>
+#include <QtWidgets/QSystemTrayIcon>
+
+#include <unistd.h>
 
 using namespace tvl::updater;
 using State = IUpdateEngine::UpdateStateE;
@@ -37,6 +42,32 @@ using State = IUpdateEngine::UpdateStateE;
 namespace {
 
 constexpr int Timeout = 20000;
+/// Set in a run of this executable on an X server with a tray (see desktopUnderX).
+constexpr char OnDisplay[] = "WINDOW_TEST_ON_DISPLAY";
+/// The single-application id of the launcher a test plays: a second start is sent to it.
+constexpr char AppIdVariable[] = "WINDOW_TEST_APP_ID";
+
+QString applicationId()
+{
+    const QString id = qEnvironmentVariable(AppIdVariable);
+    return id.isEmpty() ? QStringLiteral("tst_windowplugin-%1").arg(::getpid()) : id;
+}
+
+/// The test runs in a single application, as the launcher does with a display.
+class TestApplication : public QtSingleApplication
+{
+public:
+    TestApplication(int& argc, char** argv) : QtSingleApplication(applicationId(), argc, argv) {}
+};
+
+/// The scenario "second": a second start of the launcher, which hands its command line to the first.
+int runSecondStart(const QByteArray& scenario, int argc, char** argv)
+{
+    QtSingleApplication application(applicationId(), argc, argv);
+    if (scenario != "second")
+        return 2;
+    return application.isRunning() && application.sendMessage(QStringLiteral("--second"), 10000) ? 0 : 1;
+}
 
 /// A launcher with a window over the scripted engine, its preferences in a directory of its own.
 struct Desktop
@@ -487,6 +518,72 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Play"), EngineTimeout);
     }
 
+    void desktopUnderX()
+    {
+        if (qEnvironmentVariableIsEmpty(OnDisplay)) {
+            testsupport::VirtualDisplay display;
+            if (!display.start() || !display.startTray())
+                QSKIP(qPrintable("no X server with a tray here: " + display.error()));
+            // This very case again, in a run of this executable on that display.
+            const QString id = QStringLiteral("tst_windowplugin-x-%1").arg(::getpid());
+            const auto run = testsupport::runProcess(QCoreApplication::applicationFilePath(), {"desktopUnderX"},
+                                                     {"DISPLAY=" + display.display(), "QT_QPA_PLATFORM=xcb",
+                                                      QString(OnDisplay) + "=1", QString(AppIdVariable) + '=' + id});
+            QVERIFY2(run.exitedWith(0), (run.out + run.err).constData());
+            QVERIFY2(run.out.contains("PASS   : TestWindowPlugin::desktopUnderX()"), run.out.constData());
+            return;
+        }
+
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        // The tray icon sits in trayer's tray, and the notifications plugin shows its messages on it.
+        QTRY_VERIFY_WITH_TIMEOUT(QSystemTrayIcon::isSystemTrayAvailable(), 10000);
+        QSystemTrayIcon* tray = nullptr;
+        QObject* notifications = nullptr;
+        for (const QPointer<QObject>& object : desktop.api()->objects()) {
+            if (object && object->objectName() == QLatin1String("trayIcon"))
+                tray = qobject_cast<QSystemTrayIcon*>(object);
+            if (object && object->objectName() == QLatin1String("notifications"))
+                notifications = object;
+        }
+        QVERIFY(tray && notifications);
+        QTRY_VERIFY_WITH_TIMEOUT(!tray->geometry().isEmpty(), 10000);
+        const auto route = [&] {
+            QString route;
+            QMetaObject::invokeMethod(notifications, "route", Q_RETURN_ARG(QString, route));
+            return route;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(route(), QStringLiteral("tray"), 10000);
+        QCOMPARE(tray->contextMenu()->objectName(), QStringLiteral("trayMenu"));
+        QCOMPARE(tray->contextMenu()->actions().size(), 4);
+
+        // Closed with close-to-tray, the launcher stays; a second start brings the window back.
+        desktop.api()->setSetting("ui.close_to_tray", true);
+        QProcess second;
+        bool hiddenWhileSecondStarts = false;
+        const int exitCode = runEventLoop([&] {
+            desktop.window->close();
+            QTimer::singleShot(300, [&] {
+                hiddenWhileSecondStarts = !desktop.window->isVisible() && !desktop.api()->closingDown();
+                QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+                environment.insert(testsupport::ScenarioVariable, "second");
+                second.setProcessEnvironment(environment);
+                second.start(QCoreApplication::applicationFilePath());
+            });
+            auto* check = new QTimer(&second);
+            check->callOnTimeout([&] {
+                if (second.state() == QProcess::NotRunning && second.exitStatus() == QProcess::NormalExit
+                    && hiddenWhileSecondStarts && desktop.window->isVisible())
+                    QCoreApplication::exit(second.exitCode());
+            });
+            check->start(50);
+        }, Timeout);
+        QVERIFY(hiddenWhileSecondStarts);
+        QCOMPARE(exitCode, 0);
+        QVERIFY(desktop.window->isVisible());
+        QVERIFY(desktop.api()->pluginIsLoaded("window"));
+    }
+
     void trailerLoops()
     {
         {
@@ -536,5 +633,5 @@ private:
     testsupport::SessionBus m_bus;
 };
 
-QTEST_MAIN(TestWindowPlugin)
+TEST_MAIN_WITH_SCENARIOS(TestWindowPlugin, TestApplication, runSecondStart)
 #include "tst_windowplugin.moc"
