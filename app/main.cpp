@@ -9,6 +9,7 @@
 #include <basix/SimpleCommandLineParser.h>
 #include <basix/StandardErrorLoggerOutput.h>
 
+#include <libupdater/ISettingsManager.h>
 #include <libupdater/QtSingleApplication.h>
 #include <libupdater/Updater.h>
 #include <libupdater/UpdaterLogCollector.h>
@@ -40,6 +41,8 @@ const char usage[] =
     "  --no-gui             run without windows (also when there is no display)\n"
     "  --list-plugins       print every plugin, the load order and the result, then quit\n"
     "  --profile            print how long each plugin took to load\n"
+    "  --print-settings=KEYS print key=value for each of the settings KEYS (commas), as\n"
+    "                       the plugins see them once loaded, then quit\n"
     "  --log-level=N        log records of level N (0 most detailed .. 5 errors) and above;\n"
     "                       default 3\n"
     "  --quit-after=SECONDS quit by itself (the console plugin)\n"
@@ -193,6 +196,14 @@ int main(int argc, char** argv)
                 report.printLoadTimes();
             if (listPlugins)
                 manager.quit(0);
+            const QString printed = arguments.option(QStringLiteral("print-settings")).toString();
+            if (!printed.isEmpty()) {
+                for (const QString& key : printed.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+                    const QVariant value = manager.api()->getSetting(key);
+                    Console::pprint(QStringLiteral("%1=%2\n").arg(key, setting_to_string_list(value).join(QLatin1Char(','))));
+                }
+                manager.quit(0);
+            }
             status = application->exec();
         }
         manager.api()->removeObject(collector.get());
