@@ -62,7 +62,7 @@ network = {
 --     -- The launcher's options named game-<name> go to the game (the filter is a regular
 --     -- expression whose first group becomes the name): "updater --game-lang=fr" gives "--lang=fr".
 --     arguments = command_line_args("game-(.*)", "--%(name)=%(value)"),
---     icon = "mygame.png", trailer = "mygame.mp4",
+--     icon = "mygame.png", banner = "mygame-banner.png", trailer = "mygame.mp4",
 --     news = { en = "What is new" },
 -- }
 projects = {}

@@ -115,6 +115,7 @@ void EnginePlugin::projectInfo(const QString& project, QVariantMap* info) const
     info->insert(QStringLiteral("channel"), found->config().channel);
     info->insert(QStringLiteral("directory"), found->config().directory);
     info->insert(QStringLiteral("icon"), api()->getSetting(QStringLiteral("projects.%1.icon").arg(project)).toString());
+    info->insert(QStringLiteral("banner"), api()->getSetting(QStringLiteral("projects.%1.banner").arg(project)).toString());
     info->insert(QStringLiteral("trailer"), api()->getSetting(QStringLiteral("projects.%1.trailer").arg(project)).toString());
     info->insert(QStringLiteral("news"), translated(project, "news"));
     info->insert(QStringLiteral("state"), int(found->state()));

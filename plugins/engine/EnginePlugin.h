@@ -48,7 +48,7 @@ public Q_SLOTS:
     void checkAll();
     /**
      * What the window shows of a project: "name", "installedVersion", "availableVersion",
-     * "channel", "directory", "icon", "trailer", "news", "state" (int), "paused",
+     * "channel", "directory", "icon", "banner", "trailer", "news", "state" (int), "paused",
      * "rollbackPossible", "running", "problems".
      */
     void projectInfo(const QString& project, QVariantMap* info) const;

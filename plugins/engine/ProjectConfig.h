@@ -12,7 +12,7 @@ class UpdaterPluginApi;
 
 /**
  * One game as the settings describe it: "projects.<id>.{name, url, channel, dir, keys,
- * executable, arguments, icon, trailer, news}". The public keys are read from the configuration
+ * executable, arguments, icon, banner, trailer, news}". The public keys are read from the configuration
  * script's layer alone, so that no command-line option, preference or value set at run time can
  * make the launcher trust another publisher.
  */
