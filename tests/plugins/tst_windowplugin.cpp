@@ -584,6 +584,36 @@ private Q_SLOTS:
         QVERIFY(desktop.api()->pluginIsLoaded("window"));
     }
 
+    void trayMenu()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        QSystemTrayIcon* tray = nullptr;
+        for (const QPointer<QObject>& object : desktop.api()->objects()) {
+            if (object && object->objectName() == QLatin1String("trayIcon"))
+                tray = qobject_cast<QSystemTrayIcon*>(object);
+        }
+        QVERIFY(tray && tray->contextMenu());
+        QMenu* menu = tray->contextMenu();
+        const auto action = [menu](const char* name) { return menu->findChild<QAction*>(QLatin1String(name)); };
+        QVERIFY(action("toggleWindowAction") && action("checkUpdatesAction") && action("quitAction"));
+        // The menu says what its first entry does now, and does it.
+        Q_EMIT menu->aboutToShow();
+        QCOMPARE(action("toggleWindowAction")->text(), QStringLiteral("&Hide the launcher"));
+        action("toggleWindowAction")->trigger();
+        QVERIFY(!desktop.window->isVisible());
+        Q_EMIT menu->aboutToShow();
+        QCOMPARE(action("toggleWindowAction")->text(), QStringLiteral("&Show the launcher"));
+        action("toggleWindowAction")->trigger();
+        QTRY_VERIFY(desktop.window->isVisible());
+        action("checkUpdatesAction")->trigger();
+        QCOMPARE(desktop.calls(), QStringList{"engine checkAll"});
+        // Quit quits, also when closing the window would only hide it.
+        desktop.api()->setSetting("ui.close_to_tray", true);
+        const int exitCode = runEventLoop([&] { action("quitAction")->trigger(); }, Timeout);
+        QCOMPARE(exitCode, 0);
+    }
+
     void trailerLoops()
     {
         {
