@@ -316,22 +316,68 @@ private Q_SLOTS:
         tvl::Logger::instance()->flush();
         auto* logView = desktop.find<QWidget>("logView");
         QTRY_VERIFY(logView->property("plainText").toString().contains("a line for the log view"));
-        // Shown, the window tells of errors itself: no notification.
-        QVERIFY(!log.take().isEmpty());
-        QTest::qWait(100);
-        QVERIFY(!hasNotification(log.take(), "Some files are damaged"));
-
+        // Hidden, the window notifies errors; shown, it did not (notifications come in order, so the first error
+        // would have been notified before the second).
         desktop.window->hide();
         desktop.api()->callInPlugin("driver", "postError", Q_ARG(int, 0x04020001), Q_ARG(QString, "The server cannot be reached"),
                                     Q_ARG(QString, QString()));
         QList<LogCapture::Record> records;
         QTRY_VERIFY_WITH_TIMEOUT(hasNotification(records += log.take(), "The server cannot be reached"), Timeout);
+        QVERIFY(!hasNotification(records, "Some files are damaged"));
         QTRY_COMPARE(errors->count(), 2);
         // The user removes the newest error.
         errors->setCurrentRow(0);
         QTest::mouseClick(desktop.find<QPushButton>("removeErrorButton"), Qt::LeftButton);
         QTRY_COMPARE(errors->count(), 1);
         QVERIFY(errors->item(0)->text().contains("U04080106"));
+    }
+
+    void notifiesTheEndOfAnUpdateWhenAway_data()
+    {
+        QTest::addColumn<QString>("window");
+        QTest::addColumn<bool>("success");
+        QTest::addColumn<QString>("notification");
+        QTest::newRow("shown, done") << "shown" << true << QString();
+        QTest::newRow("hidden, done") << "hidden" << true << "Demo game is up to date - Version 2.0 is installed.";
+        QTest::newRow("minimised, done") << "minimised" << true << "Demo game is up to date - Version 2.0 is installed.";
+        QTest::newRow("hidden, failed") << "hidden" << false << "Demo game was not updated - scripted failure";
+        QTest::newRow("shown, failed") << "shown" << false << QString();
+    }
+    void notifiesTheEndOfAnUpdateWhenAway()
+    {
+        QFETCH(QString, window);
+        QFETCH(bool, success);
+        QFETCH(QString, notification);
+        LogCapture log;
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::Updating), {{"installedVersion", "1.0"}}));
+        if (window == QLatin1String("hidden"))
+            desktop.window->hide();
+        else if (window == QLatin1String("minimised"))
+            desktop.window->showMinimized();
+        QTRY_COMPARE(desktop.window->isMinimized(), window == QLatin1String("minimised"));
+        const int after = int(success ? State::UpToDate | State::Executable : State::UpdateFailed | State::UpdatePending | State::Executable);
+        QMetaObject::invokeMethod(desktop.engine, "finish", Q_ARG(QString, "demo"), Q_ARG(bool, success), Q_ARG(QString, "2.0"),
+                                  Q_ARG(int, after));
+        // The status line says it in the window in every case.
+        QCOMPARE(desktop.find<QLabel>("statusText")->text(),
+                 success ? QStringLiteral("Demo game: version 2.0 is installed.") : QStringLiteral("Demo game: scripted failure"));
+        // Then a marker: an update that ends while the window is hidden, which is notified. The notifications come in
+        // order, so the marker alone shows that the first one made none.
+        desktop.window->hide();
+        QMetaObject::invokeMethod(desktop.engine, "finish", Q_ARG(QString, "demo"), Q_ARG(bool, true), Q_ARG(QString, "9.9"),
+                                  Q_ARG(int, int(State::UpToDate | State::Executable)));
+        QStringList expected = notification.isEmpty() ? QStringList() : QStringList{notification};
+        expected.append(QStringLiteral("Demo game is up to date - Version 9.9 is installed."));
+        QStringList notices;
+        QVERIFY(QTest::qWaitFor([&] {
+            for (const LogCapture::Record& record : log.take()) {
+                if (record.message.startsWith("Notification:"))
+                    notices.append(record.message.mid(14));
+            }
+            return notices.size() >= expected.size();
+        }, Timeout));
+        QCOMPARE(notices, expected);
     }
 
     void languageSwitchRetranslates()
