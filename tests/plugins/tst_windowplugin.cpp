@@ -676,6 +676,9 @@ private Q_SLOTS:
         // After the clip's end it starts again, and new frames come.
         QTRY_VERIFY_WITH_TIMEOUT(view->property("loops").toInt() >= 1, 30000);
         const int loops = view->property("loops").toInt();
+        // The list refreshed (a game's setting changed) leaves the trailer playing on.
+        desktop.api()->setSetting("projects.demo.news", "Newer levels");
+        QVERIFY(view->property("loops").toInt() >= loops);
         QImage last = view->grab().toImage();
         int changes = 0;
         QVERIFY(QTest::qWaitFor([&] {
