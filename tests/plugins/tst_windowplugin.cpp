@@ -458,7 +458,9 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls(), QStringList{"engine launch demo"});
         desktop.api()->activateBackgroundMode(true);
         QTRY_VERIFY(!desktop.api()->pluginIsLoaded("window"));
-        QTRY_VERIFY(!desktop.mainWindow());
+        QVERIFY(!desktop.mainWindow());
+        // Gone for good: its library too, as a game takes longer to play than the host takes to unload it.
+        QTRY_VERIFY(!libraryMapped(desktop.host.dir.library("window")));
         QVERIFY(desktop.api()->pluginIsLoaded("settings"));
         // The game ends.
         desktop.api()->activateBackgroundMode(false);
@@ -555,6 +557,7 @@ private Q_SLOTS:
         QTest::mouseClick(desktop.button(), Qt::LeftButton);
         QTRY_VERIFY_WITH_TIMEOUT(!desktop.api()->pluginIsLoaded("window"), EngineTimeout);
         QVERIFY(!desktop.mainWindow());
+        QTRY_VERIFY(!libraryMapped(desktop.host.dir.library("window")));
         QVERIFY(desktop.engine->projectState("demo").testFlag(IUpdateEngine::UpdateBlockedByProcess));
         testsupport::writeFile(stop, "");
         QTRY_VERIFY_WITH_TIMEOUT(desktop.api()->pluginIsLoaded("window"), EngineTimeout);
