@@ -267,6 +267,48 @@ private Q_SLOTS:
         QTRY_COMPARE(desktop.calls(), expected);
     }
 
+    void everyControlIsNamedAndReachedByTab()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        desktop.api()->setSetting("dev_mode", true);
+        QDialog* dialog = openSettings(desktop);
+        QVERIFY(dialog);
+        // Every control a person can reach from the keyboard tells a screen reader what it is.
+        QStringList controls;
+        for (QWidget* top : {static_cast<QWidget*>(desktop.window), static_cast<QWidget*>(dialog)}) {
+            for (QWidget* widget : top->findChildren<QWidget*>()) {
+                if (!widget->isVisibleTo(top) || !(widget->focusPolicy() & Qt::TabFocus) || widget->focusProxy()
+                    || widget->inherits("QScrollBar") || widget->parentWidget()->inherits("QAbstractSpinBox")
+                    || widget->parentWidget()->inherits("QComboBox"))
+                    continue;
+                QVERIFY2(!widget->accessibleName().isEmpty(),
+                         qPrintable(QStringLiteral("%1 (%2) has no accessible name").arg(widget->objectName(),
+                                                                                        widget->metaObject()->className())));
+                controls.append(widget->objectName().isEmpty() ? QString::fromLatin1(widget->metaObject()->className())
+                                                                : widget->objectName());
+            }
+        }
+        // (The dialog belongs to the window: its controls come twice.)
+        controls.removeDuplicates();
+        controls.sort();
+        QCOMPARE(controls, (QStringList{"browseButton", "checkButton", "clearErrorsButton", "closeSettingsButton", "closeToTrayBox",
+                                        "connectionsBox", "devModeBox", "errorList", "installDirEdit", "languageBox", "logView",
+                                        "mainButton", "newsView", "pluginList", "projectList", "rateLimitBox", "removeErrorButton",
+                                        "settingsButton"}));
+        dialog->close();
+        // Tab goes from the games through the main controls in the order they are read.
+        desktop.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(desktop.window));
+        desktop.find<QListWidget>("projectList")->setFocus();
+        QStringList order;
+        for (int step = 0; step < 4; ++step) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            order.append(QApplication::focusWidget()->objectName());
+        }
+        QCOMPARE(order, (QStringList{"mainButton", "newsView", "checkButton", "settingsButton"}));
+    }
+
     void cancelMidwayPauses()
     {
         Desktop desktop;
