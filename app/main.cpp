@@ -117,6 +117,10 @@ int main(int argc, char** argv)
     const bool hasGui = !arguments.hasSwitch(QStringLiteral("no-gui")) && displayAvailable();
     const bool listPlugins = arguments.hasSwitch(QStringLiteral("list-plugins"));
     const bool profile = arguments.hasSwitch(QStringLiteral("profile"));
+    const QString printedSettings = arguments.option(QStringLiteral("print-settings")).toString();
+    // Runs that only answer a question: beside a running launcher they neither hand it their
+    // command line nor take its crash marker for theirs.
+    const bool query = listPlugins || !printedSettings.isEmpty();
 
     QCoreApplication::setOrganizationName(QStringLiteral("Tarvel"));
     QCoreApplication::setApplicationName(QStringLiteral("updater"));
@@ -127,7 +131,7 @@ int main(int argc, char** argv)
         // One launcher per user: a second start hands its command line to the first.
         auto* single = new GuardedApplication<QtSingleApplication>(QStringLiteral("tarvel-updater"), argc, argv);
         application.reset(single);
-        if (single->isRunning() && !listPlugins) {
+        if (single->isRunning() && !query) {
             if (!arguments.hasSwitch(QStringLiteral("restart")))
                 return single->sendMessage(QCoreApplication::arguments().join(QLatin1Char('\n'))) ? 0 : 1;
             // Restarted by the launcher that is ending now: it must not get our arguments.
@@ -156,9 +160,9 @@ int main(int argc, char** argv)
                       Logger::TakeOwnership);
     Logger::routeQtMessages(true);
 
-    // Listing the plugins beside a running launcher must not take that launcher's marker for a
-    // crash, nor remove it.
-    if (!listPlugins)
+    // Listing the plugins or printing settings beside a running launcher must not take that
+    // launcher's marker for a crash, nor remove it.
+    if (!query)
         tv_setup_crash_handler();
 
     auto collector = std::make_unique<UpdaterLogCollector>(LogCollectorLines);
@@ -196,9 +200,8 @@ int main(int argc, char** argv)
                 report.printLoadTimes();
             if (listPlugins)
                 manager.quit(0);
-            const QString printed = arguments.option(QStringLiteral("print-settings")).toString();
-            if (!printed.isEmpty()) {
-                for (const QString& key : printed.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+            if (!printedSettings.isEmpty()) {
+                for (const QString& key : printedSettings.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
                     const QVariant value = manager.api()->getSetting(key);
                     Console::pprint(QStringLiteral("%1=%2\n").arg(key, setting_to_string_list(value).join(QLatin1Char(','))));
                 }

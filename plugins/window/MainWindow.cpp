@@ -134,6 +134,7 @@ MainWindow::MainWindow(UpdaterPluginApi* api, QWidget* parent)
     m_splitter->setStretchFactor(1, 3);
     m_splitter->setStretchFactor(2, 2);
     m_splitter->setChildrenCollapsible(false);
+    m_projects->setMinimumWidth(220);
     setCentralWidget(m_splitter);
     resize(1000, 620);
 
@@ -259,10 +260,11 @@ void MainWindow::refreshProject(const QString& project)
         const QString name = details.value(QStringLiteral("name"), project).toString();
         const QString installed = details.value(QStringLiteral("installedVersion")).toString();
         const auto state = m_engine ? m_engine->projectState(project) : IUpdateEngine::UpdateState();
-        const QString version = installed.isEmpty() ? tr("not installed") : tr("version %1").arg(installed);
         const QString text = stateText(state, installed, details.value(QStringLiteral("availableVersion")).toString());
-        item->setText(QStringLiteral("%1\n%2 - %3").arg(name, version, text));
-        item->setData(Qt::AccessibleTextRole, QStringLiteral("%1, %2, %3").arg(name, version, text));
+        // Without an installed version the state says it all ("Not installed").
+        const QString line = installed.isEmpty() ? text : tr("version %1").arg(installed) + QStringLiteral(" - ") + text;
+        item->setText(QStringLiteral("%1\n%2").arg(name, line));
+        item->setData(Qt::AccessibleTextRole, QStringLiteral("%1, %2").arg(name, line));
         const QString icon = details.value(QStringLiteral("icon")).toString();
         item->setIcon(icon.isEmpty() ? tv_icon(Icons::EulaIcon) : tv_icon_from_path(QVariant(icon)));
         if (project == currentProject())

@@ -28,6 +28,9 @@ constexpr int MaxRateKiB = 1024 * 1024;
 
 QString languageName(const QString& code)
 {
+    // The plain name, not the one of a country's variant ("American English").
+    if (code == QLatin1String("en"))
+        return QStringLiteral("English");
     const QLocale locale(code);
     const QString native = locale.nativeLanguageName();
     return native.isEmpty() || code == QLatin1String("C") ? code : native.left(1).toUpper() + native.mid(1);

@@ -52,7 +52,8 @@ bool TrailerView::available()
 
 bool TrailerView::play(const QUrl& url)
 {
-    if (url == m_url && isPlaying())
+    // Asked again for the clip it plays (or loops, or waits to show): it goes on.
+    if (!url.isEmpty() && url == m_url && m_active)
         return true;
     stop();
     m_url = url;
@@ -66,9 +67,11 @@ bool TrailerView::play(const QUrl& url)
     // A hidden view starts when it is shown: nothing plays unseen.
     if (!isVisible()) {
         m_startOnShow = true;
+        m_active = true;
         return true;
     }
-    return start();
+    m_active = start();
+    return m_active;
 }
 
 bool TrailerView::start()
@@ -97,6 +100,7 @@ void TrailerView::stop()
     m_item = nullptr;
     m_pausedByHide = false;
     m_startOnShow = false;
+    m_active = false;
     m_url = none;
 }
 

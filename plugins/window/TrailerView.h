@@ -57,5 +57,7 @@ private:
     bool m_pausedByHide = false;
     /// Asked to play (or to loop) while hidden.
     bool m_startOnShow = false;
+    /// Playing, looping or waiting to be shown: play() of the same clip leaves it as it is.
+    bool m_active = false;
     bool m_triedLoading = false;
 };

@@ -223,8 +223,8 @@ void WindowPlugin::updaterEvent(UpdaterPluginEventPtr event)
             event->accept();
         break;
     case UpdaterPluginEvent::ErrorEvent:
-        if (windowAway()) {
-            const UpdaterError error = static_cast<UpdaterPluginErrorEvent*>(event.data())->error();
+        if (const auto* errorEvent = dynamic_cast<const UpdaterPluginErrorEvent*>(event.data()); errorEvent && windowAway()) {
+            const UpdaterError error = errorEvent->error();
             notify(tr("Error %1").arg(error.errorId()), error.text());
         }
         break;

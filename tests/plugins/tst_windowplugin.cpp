@@ -267,6 +267,48 @@ private Q_SLOTS:
         QTRY_COMPARE(desktop.calls(), expected);
     }
 
+    void everyControlIsNamedAndReachedByTab()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        desktop.api()->setSetting("dev_mode", true);
+        QDialog* dialog = openSettings(desktop);
+        QVERIFY(dialog);
+        // Every control a person can reach from the keyboard tells a screen reader what it is.
+        QStringList controls;
+        for (QWidget* top : {static_cast<QWidget*>(desktop.window), static_cast<QWidget*>(dialog)}) {
+            for (QWidget* widget : top->findChildren<QWidget*>()) {
+                if (!widget->isVisibleTo(top) || !(widget->focusPolicy() & Qt::TabFocus) || widget->focusProxy()
+                    || widget->inherits("QScrollBar") || widget->parentWidget()->inherits("QAbstractSpinBox")
+                    || widget->parentWidget()->inherits("QComboBox"))
+                    continue;
+                QVERIFY2(!widget->accessibleName().isEmpty(),
+                         qPrintable(QStringLiteral("%1 (%2) has no accessible name").arg(widget->objectName(),
+                                                                                        widget->metaObject()->className())));
+                controls.append(widget->objectName().isEmpty() ? QString::fromLatin1(widget->metaObject()->className())
+                                                                : widget->objectName());
+            }
+        }
+        // (The dialog belongs to the window: its controls come twice.)
+        controls.removeDuplicates();
+        controls.sort();
+        QCOMPARE(controls, (QStringList{"browseButton", "checkButton", "clearErrorsButton", "closeSettingsButton", "closeToTrayBox",
+                                        "connectionsBox", "devModeBox", "errorList", "installDirEdit", "languageBox", "logView",
+                                        "mainButton", "newsView", "pluginList", "projectList", "rateLimitBox", "removeErrorButton",
+                                        "settingsButton"}));
+        dialog->close();
+        // Tab goes from the games through the main controls in the order they are read.
+        desktop.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(desktop.window));
+        desktop.find<QListWidget>("projectList")->setFocus();
+        QStringList order;
+        for (int step = 0; step < 4; ++step) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            order.append(QApplication::focusWidget()->objectName());
+        }
+        QCOMPARE(order, (QStringList{"mainButton", "newsView", "checkButton", "settingsButton"}));
+    }
+
     void cancelMidwayPauses()
     {
         Desktop desktop;
@@ -316,22 +358,68 @@ private Q_SLOTS:
         tvl::Logger::instance()->flush();
         auto* logView = desktop.find<QWidget>("logView");
         QTRY_VERIFY(logView->property("plainText").toString().contains("a line for the log view"));
-        // Shown, the window tells of errors itself: no notification.
-        QVERIFY(!log.take().isEmpty());
-        QTest::qWait(100);
-        QVERIFY(!hasNotification(log.take(), "Some files are damaged"));
-
+        // Hidden, the window notifies errors; shown, it did not (notifications come in order, so the first error
+        // would have been notified before the second).
         desktop.window->hide();
         desktop.api()->callInPlugin("driver", "postError", Q_ARG(int, 0x04020001), Q_ARG(QString, "The server cannot be reached"),
                                     Q_ARG(QString, QString()));
         QList<LogCapture::Record> records;
         QTRY_VERIFY_WITH_TIMEOUT(hasNotification(records += log.take(), "The server cannot be reached"), Timeout);
+        QVERIFY(!hasNotification(records, "Some files are damaged"));
         QTRY_COMPARE(errors->count(), 2);
         // The user removes the newest error.
         errors->setCurrentRow(0);
         QTest::mouseClick(desktop.find<QPushButton>("removeErrorButton"), Qt::LeftButton);
         QTRY_COMPARE(errors->count(), 1);
         QVERIFY(errors->item(0)->text().contains("U04080106"));
+    }
+
+    void notifiesTheEndOfAnUpdateWhenAway_data()
+    {
+        QTest::addColumn<QString>("window");
+        QTest::addColumn<bool>("success");
+        QTest::addColumn<QString>("notification");
+        QTest::newRow("shown, done") << "shown" << true << QString();
+        QTest::newRow("hidden, done") << "hidden" << true << "Demo game is up to date - Version 2.0 is installed.";
+        QTest::newRow("minimised, done") << "minimised" << true << "Demo game is up to date - Version 2.0 is installed.";
+        QTest::newRow("hidden, failed") << "hidden" << false << "Demo game was not updated - scripted failure";
+        QTest::newRow("shown, failed") << "shown" << false << QString();
+    }
+    void notifiesTheEndOfAnUpdateWhenAway()
+    {
+        QFETCH(QString, window);
+        QFETCH(bool, success);
+        QFETCH(QString, notification);
+        LogCapture log;
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::Updating), {{"installedVersion", "1.0"}}));
+        if (window == QLatin1String("hidden"))
+            desktop.window->hide();
+        else if (window == QLatin1String("minimised"))
+            desktop.window->showMinimized();
+        QTRY_COMPARE(desktop.window->isMinimized(), window == QLatin1String("minimised"));
+        const int after = int(success ? State::UpToDate | State::Executable : State::UpdateFailed | State::UpdatePending | State::Executable);
+        QMetaObject::invokeMethod(desktop.engine, "finish", Q_ARG(QString, "demo"), Q_ARG(bool, success), Q_ARG(QString, "2.0"),
+                                  Q_ARG(int, after));
+        // The status line says it in the window in every case.
+        QCOMPARE(desktop.find<QLabel>("statusText")->text(),
+                 success ? QStringLiteral("Demo game: version 2.0 is installed.") : QStringLiteral("Demo game: scripted failure"));
+        // Then a marker: an update that ends while the window is hidden, which is notified. The notifications come in
+        // order, so the marker alone shows that the first one made none.
+        desktop.window->hide();
+        QMetaObject::invokeMethod(desktop.engine, "finish", Q_ARG(QString, "demo"), Q_ARG(bool, true), Q_ARG(QString, "9.9"),
+                                  Q_ARG(int, int(State::UpToDate | State::Executable)));
+        QStringList expected = notification.isEmpty() ? QStringList() : QStringList{notification};
+        expected.append(QStringLiteral("Demo game is up to date - Version 9.9 is installed."));
+        QStringList notices;
+        QVERIFY(QTest::qWaitFor([&] {
+            for (const LogCapture::Record& record : log.take()) {
+                if (record.message.startsWith("Notification:"))
+                    notices.append(record.message.mid(14));
+            }
+            return notices.size() >= expected.size();
+        }, Timeout));
+        QCOMPARE(notices, expected);
     }
 
     void languageSwitchRetranslates()
@@ -412,7 +500,9 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls(), QStringList{"engine launch demo"});
         desktop.api()->activateBackgroundMode(true);
         QTRY_VERIFY(!desktop.api()->pluginIsLoaded("window"));
-        QTRY_VERIFY(!desktop.mainWindow());
+        QVERIFY(!desktop.mainWindow());
+        // Gone for good: its library too, as a game takes longer to play than the host takes to unload it.
+        QTRY_VERIFY(!libraryMapped(desktop.host.dir.library("window")));
         QVERIFY(desktop.api()->pluginIsLoaded("settings"));
         // The game ends.
         desktop.api()->activateBackgroundMode(false);
@@ -487,7 +577,7 @@ private Q_SLOTS:
         QVERIFY(desktop.startWithEngine(work.filePath("launcher.lua")));
         constexpr int EngineTimeout = 60000;
         QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Install"), EngineTimeout);
-        QVERIFY(desktop.projectText().startsWith("Demo game\nnot installed"));
+        QCOMPARE(desktop.projectText(), QStringLiteral("Demo game\nNot installed"));
         QCOMPARE(desktop.find<QWidget>("newsView")->property("plainText").toString(), QStringLiteral("Fresh levels"));
         QTest::mouseClick(desktop.button(), Qt::LeftButton);
         QTRY_COMPARE_WITH_TIMEOUT(desktop.button()->text(), QStringLiteral("Play"), EngineTimeout);
@@ -509,6 +599,7 @@ private Q_SLOTS:
         QTest::mouseClick(desktop.button(), Qt::LeftButton);
         QTRY_VERIFY_WITH_TIMEOUT(!desktop.api()->pluginIsLoaded("window"), EngineTimeout);
         QVERIFY(!desktop.mainWindow());
+        QTRY_VERIFY(!libraryMapped(desktop.host.dir.library("window")));
         QVERIFY(desktop.engine->projectState("demo").testFlag(IUpdateEngine::UpdateBlockedByProcess));
         testsupport::writeFile(stop, "");
         QTRY_VERIFY_WITH_TIMEOUT(desktop.api()->pluginIsLoaded("window"), EngineTimeout);
@@ -584,6 +675,36 @@ private Q_SLOTS:
         QVERIFY(desktop.api()->pluginIsLoaded("window"));
     }
 
+    void trayMenu()
+    {
+        Desktop desktop;
+        QVERIFY(desktop.start(int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}));
+        QSystemTrayIcon* tray = nullptr;
+        for (const QPointer<QObject>& object : desktop.api()->objects()) {
+            if (object && object->objectName() == QLatin1String("trayIcon"))
+                tray = qobject_cast<QSystemTrayIcon*>(object);
+        }
+        QVERIFY(tray && tray->contextMenu());
+        QMenu* menu = tray->contextMenu();
+        const auto action = [menu](const char* name) { return menu->findChild<QAction*>(QLatin1String(name)); };
+        QVERIFY(action("toggleWindowAction") && action("checkUpdatesAction") && action("quitAction"));
+        // The menu says what its first entry does now, and does it.
+        Q_EMIT menu->aboutToShow();
+        QCOMPARE(action("toggleWindowAction")->text(), QStringLiteral("&Hide the launcher"));
+        action("toggleWindowAction")->trigger();
+        QVERIFY(!desktop.window->isVisible());
+        Q_EMIT menu->aboutToShow();
+        QCOMPARE(action("toggleWindowAction")->text(), QStringLiteral("&Show the launcher"));
+        action("toggleWindowAction")->trigger();
+        QTRY_VERIFY(desktop.window->isVisible());
+        action("checkUpdatesAction")->trigger();
+        QCOMPARE(desktop.calls(), QStringList{"engine checkAll"});
+        // Quit quits, also when closing the window would only hide it.
+        desktop.api()->setSetting("ui.close_to_tray", true);
+        const int exitCode = runEventLoop([&] { action("quitAction")->trigger(); }, Timeout);
+        QCOMPARE(exitCode, 0);
+    }
+
     void trailerLoops()
     {
         {
@@ -600,6 +721,9 @@ private Q_SLOTS:
         // After the clip's end it starts again, and new frames come.
         QTRY_VERIFY_WITH_TIMEOUT(view->property("loops").toInt() >= 1, 30000);
         const int loops = view->property("loops").toInt();
+        // The list refreshed (a game's setting changed) leaves the trailer playing on.
+        desktop.api()->setSetting("projects.demo.news", "Newer levels");
+        QVERIFY(view->property("loops").toInt() >= loops);
         QImage last = view->grab().toImage();
         int changes = 0;
         QVERIFY(QTest::qWaitFor([&] {

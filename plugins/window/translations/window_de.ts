@@ -134,10 +134,6 @@
         <translation>Arbeitet</translation>
     </message>
     <message>
-        <source>not installed</source>
-        <translation>nicht installiert</translation>
-    </message>
-    <message>
         <source>version %1</source>
         <translation>Version %1</translation>
     </message>

@@ -134,10 +134,6 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <source>not installed</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
         <source>version %1</source>
         <translation type="unfinished"></translation>
     </message>

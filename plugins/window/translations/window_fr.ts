@@ -134,10 +134,6 @@
         <translation>Travail en cours</translation>
     </message>
     <message>
-        <source>not installed</source>
-        <translation>pas installé</translation>
-    </message>
-    <message>
         <source>version %1</source>
         <translation>version %1</translation>
     </message>
