@@ -279,11 +279,19 @@ void MainWindow::showSelected()
     m_title->setText(details.value(QStringLiteral("name"), project).toString());
     m_news->setPlainText(details.value(QStringLiteral("news")).toString());
 
-    const QString icon = details.value(QStringLiteral("icon")).toString();
-    QPixmap banner = icon.isEmpty() ? QPixmap() : QPixmap(icon);
+    // The game's banner, else its icon, else a built-in one; made smaller to fit, never blown up.
+    QPixmap banner;
+    for (const char* key : {"banner", "icon"}) {
+        const QString file = details.value(QLatin1String(key)).toString();
+        if (banner.isNull() && !file.isEmpty())
+            banner = QPixmap(file);
+    }
     if (banner.isNull())
         banner = tv_icon(Icons::EulaIcon).pixmap(64, 64);
-    m_banner->setPixmap(banner.scaled(m_banner->size().expandedTo(QSize(320, 180)), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    const QSize room = m_banner->size().expandedTo(QSize(320, 180));
+    if (banner.width() > room.width() || banner.height() > room.height())
+        banner = banner.scaled(room, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    m_banner->setPixmap(banner);
     m_banner->setAccessibleName(tr("Banner of %1").arg(m_title->text()));
 
     const QString trailer = details.value(QStringLiteral("trailer")).toString();

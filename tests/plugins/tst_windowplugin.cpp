@@ -18,6 +18,7 @@
 #include <vantor/Operation.h>
 
 #include <QtCore/QProcess>
+#include <QtGui/QScreen>
 #include <QtTest/QSignalSpy>
 #include <QtTest/QTest>
 #include <QtWidgets/QApplication>
@@ -197,6 +198,21 @@ void typeInto(QWidget* field, const QString& value)
     QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
     QTest::keyClicks(field, value);
     QTest::keyClick(field, Qt::Key_Tab);
+}
+
+/// How many pixels of two pictures of one size differ.
+qsizetype differingPixels(const QImage& a, const QImage& b)
+{
+    if (a.size() != b.size())
+        return qsizetype(a.width()) * a.height() + 1;
+    qsizetype count = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        const auto* left = reinterpret_cast<const QRgb*>(a.constScanLine(y));
+        const auto* right = reinterpret_cast<const QRgb*>(b.constScanLine(y));
+        for (int x = 0; x < a.width(); ++x)
+            count += qRed(left[x]) != qRed(right[x]) || qGreen(left[x]) != qGreen(right[x]) || qBlue(left[x]) != qBlue(right[x]);
+    }
+    return count;
 }
 
 } // namespace
@@ -673,6 +689,74 @@ private Q_SLOTS:
         QCOMPARE(exitCode, 0);
         QVERIFY(desktop.window->isVisible());
         QVERIFY(desktop.api()->pluginIsLoaded("window"));
+    }
+
+    void screenshotsOfTheMainStates()
+    {
+        if (qEnvironmentVariableIsEmpty(OnDisplay)) {
+            testsupport::VirtualDisplay display;
+            if (!display.start())
+                QSKIP(qPrintable("no X server here: " + display.error()));
+            // This very case again, in a run of this executable on that display.
+            const QString id = QStringLiteral("tst_windowplugin-shots-%1").arg(::getpid());
+            const auto run = testsupport::runProcess(QCoreApplication::applicationFilePath(), {"screenshotsOfTheMainStates"},
+                                                     {"DISPLAY=" + display.display(), "QT_QPA_PLATFORM=xcb",
+                                                      QString(OnDisplay) + "=1", QString(AppIdVariable) + '=' + id});
+            QVERIFY2(run.exitedWith(0), (run.out + run.err).constData());
+            QVERIFY2(run.out.contains("PASS   : TestWindowPlugin::screenshotsOfTheMainStates()"), run.out.constData());
+            return;
+        }
+
+        // What the X server shows where the window is must be what the window paints, and each state must look
+        // different. With SCREENSHOT_DIR set (scripts/screenshots), the pictures are kept there.
+        struct Shot
+        {
+            const char* name;
+            int state;
+            QVariantMap info;
+        };
+        const QVariantMap common{{"banner", QStringLiteral(DEMO_BANNER)}, {"icon", QStringLiteral(DEMO_ICON)}};
+        const QList<Shot> shots{
+            {"installing", int(State::Updating), {}},
+            {"up-to-date", int(State::UpToDate | State::Executable), {{"installedVersion", "1.0"}}},
+            {"update-available", int(State::UpdatePending | State::Executable), {{"installedVersion", "1.0"}, {"availableVersion", "2.0"}}},
+            {"error", int(State::UpdateFailed | State::UpdatePending), {}},
+        };
+        const QString keep = qEnvironmentVariable("SCREENSHOT_DIR");
+        QList<QImage> taken;
+        for (const Shot& shot : shots) {
+            Desktop desktop;
+            QVariantMap info = common;
+            info.insert(shot.info);
+            QVERIFY2(desktop.start(shot.state, info), shot.name);
+            if (shot.state == int(State::Updating)) {
+                QMetaObject::invokeMethod(desktop.engine, "sendProgress", Q_ARG(QString, "demo"),
+                                          Q_ARG(int, int(tvl::vantor::Progress::Downloading)), Q_ARG(qlonglong, 61 << 20),
+                                          Q_ARG(qlonglong, 183 << 20), Q_ARG(double, 7.5 * (1 << 20)), Q_ARG(qlonglong, 17));
+            }
+            if (shot.state & int(State::UpdateFailed)) {
+                QMetaObject::invokeMethod(desktop.engine, "finish", Q_ARG(QString, "demo"), Q_ARG(bool, false), Q_ARG(QString, QString()),
+                                          Q_ARG(int, shot.state),
+                                          Q_ARG(QString, "The update server of Demo game cannot be reached. Check your internet connection."));
+            }
+            desktop.window->raise();
+            desktop.window->activateWindow();
+            QVERIFY(QTest::qWaitForWindowExposed(desktop.window));
+            // Let the last repaint reach the X server.
+            QTest::qWait(300);
+            const QImage painted = desktop.window->grab().toImage().convertToFormat(QImage::Format_RGB32);
+            const QRect area(desktop.window->mapToGlobal(QPoint(0, 0)), desktop.window->size());
+            const QImage onScreen = desktop.window->screen()->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+                                        .toImage().convertToFormat(QImage::Format_RGB32);
+            QCOMPARE(onScreen.size(), painted.size());
+            QVERIFY2(differingPixels(onScreen, painted) == 0,
+                     qPrintable(QStringLiteral("%1: %2 pixels differ").arg(shot.name).arg(differingPixels(onScreen, painted))));
+            for (int i = 0; i < taken.size(); ++i)
+                QVERIFY2(differingPixels(taken.at(i), onScreen) > 1000, qPrintable(QStringLiteral("%1 looks like %2").arg(shot.name, shots.at(i).name)));
+            taken.append(onScreen);
+            if (!keep.isEmpty())
+                QVERIFY(onScreen.save(keep + QLatin1Char('/') + QLatin1String(shot.name) + QStringLiteral(".png")));
+        }
     }
 
     void trayMenu()
