@@ -189,6 +189,13 @@ bool UpdaterPluginInfoPrivate::loadPlugin()
     if (loaded)
         return true;
 
+    // An unload still waiting for its object's deletion ends now: the loader would otherwise hand
+    // back that dying object as the new plugin, and unload the library under it afterwards.
+    if (unloadPending) {
+        delete dying.data();
+        doUnload();
+    }
+
     errorString.clear();
     QElapsedTimer timer;
     timer.start();
@@ -250,8 +257,16 @@ bool UpdaterPluginInfoPrivate::unloadPlugin(bool unloadLibrary)
     loaded = false;
     this->unloadLibrary = unloadLibrary;
     if (plugin) {
-        connect(plugin, &QObject::destroyed, this, &UpdaterPluginInfoPrivate::doUnload,
-                Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection));
+        unloadPending = true;
+        const quint64 generation = ++unloadGeneration;
+        connect(
+            plugin, &QObject::destroyed, this,
+            [this, generation] {
+                if (unloadPending && generation == unloadGeneration)
+                    doUnload();
+            },
+            Qt::QueuedConnection);
+        dying = plugin;
         plugin->deleteLater();
         plugin = nullptr;
     } else {
@@ -262,6 +277,7 @@ bool UpdaterPluginInfoPrivate::unloadPlugin(bool unloadLibrary)
 
 void UpdaterPluginInfoPrivate::doUnload()
 {
+    unloadPending = false;
     // Without library unloading (the host is closing down) the loader stays with the record.
     if (unloadLibrary && loader) {
         // Records queued by the logger may still point at the library's static strings.

@@ -6,6 +6,7 @@
 #include <QtCore/QMap>
 #include <QtCore/QObject>
 #include <QtCore/QPluginLoader>
+#include <QtCore/QPointer>
 #include <QtCore/QVariant>
 
 namespace tvl::updater {
@@ -44,6 +45,12 @@ public:
     QString name;
     QString path;
     UpdaterPlugin* plugin = nullptr;
+    /// The plugin object of an unload that waits for its deferred deletion.
+    QPointer<UpdaterPlugin> dying;
+    /// An unload has begun and its library is not yet let go; counted so that a late finish of an
+    /// earlier unload does nothing.
+    bool unloadPending = false;
+    quint64 unloadGeneration = 0;
     QPluginLoader* loader = nullptr;
     QStringList depends;
     QStringList softDepends;

@@ -559,6 +559,17 @@ bool UpdaterPluginsManager::loadPlugins(bool hasGUi)
 
 bool UpdaterPluginsManager::loadPlugin(UpdaterPluginInfo* plugin)
 {
+    // Loaded again before its unload got its turn, or while it uninitialises (background mode left at
+    // once, by a game that ended as it began): a queued unload is dropped, one under way is finished
+    // now, so that the plugin that stays loaded is never unloaded afterwards by what was still pending.
+    d->unloadQueue.removeAll(plugin);
+    if (plugin && d->currentUnloading == plugin) {
+        if (UpdaterPlugin* dying = plugin->plugin())
+            disconnect(dying, &UpdaterPlugin::uninitialized, d, nullptr);
+        d->currentUnloading = nullptr;
+        d->unloadPlugin(plugin);
+        QMetaObject::invokeMethod(d, &UpdaterPluginsManagerPrivate::unloadNextPlugin, Qt::QueuedConnection);
+    }
     return d->load(QList<UpdaterPluginInfo*>{plugin});
 }
 

@@ -3,6 +3,7 @@
 #include <libupdater/ISystemSettingsProvider.h>
 #include <libupdater/IciSettingsProvider.h>
 #include <libupdater/MemorySettingsProvider.h>
+#include <libupdater/UpdaterPlugin.h>
 #include <libupdater/UpdaterSettingsManager.h>
 
 #include <basix/ICISettings.h>
@@ -181,6 +182,32 @@ private Q_SLOTS:
         api->activateBackgroundMode(false);
         QCOMPARE(apiLog(), QStringList());
         QCOMPARE(host.journal->filter("background"), QStringList());
+    }
+
+    void backgroundModeLeftAtOnce()
+    {
+        // A game that ends at once: background mode is left before the unloaded plugin's deferred deletion ran.
+        // The plugin comes back as a new object of a freshly mapped library, and stays usable.
+        Host host;
+        QVERIFY(host.load({"a||background = 1", "b"}));
+        UpdaterPluginApi* api = host.manager->api();
+        api->activateBackgroundMode(true);
+        api->activateBackgroundMode(false);
+        QVERIFY(host.record("a")->isLoaded());
+        QPointer<UpdaterPlugin> plugin = host.record("a")->plugin();
+        QVERIFY(plugin);
+        // What was still queued of the first unload must leave the new plugin and its library alone.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QTest::qWait(50);
+        QVERIFY(plugin && host.record("a")->plugin() == plugin && host.record("a")->isLoaded());
+        QVERIFY(libraryMapped(host.dir.library("a")));
+        // Mapped afresh: the library counts its plugin objects from 1 again.
+        QCOMPARE(host.journal->filter(" init "), QStringList{"a init 1"});
+        // And a second round trip, with the events served in between, unloads and loads it again.
+        api->activateBackgroundMode(true);
+        QTRY_VERIFY(!libraryMapped(host.dir.library("a")));
+        api->activateBackgroundMode(false);
+        QVERIFY(host.record("a")->isLoaded() && host.record("a")->plugin());
     }
 
     void restart()
