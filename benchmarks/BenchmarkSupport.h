@@ -5,7 +5,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QProcessEnvironment>
 
 #include <atomic>
 
@@ -48,4 +50,24 @@ inline void reportLateness(benchmark::State& state, const QJsonObject& busy, con
     state.counters["difference_ms"] = busyP99 - idleP99;
     state.counters["ticks"] = busy.value(QStringLiteral("ticks")).toDouble();
     state.SetIterationTime(busy.value(QStringLiteral("operation_ms")).toDouble() / 1000.0);
+}
+
+/// The environment of a launcher run by a benchmark: its preferences, log and games under `home`.
+inline QProcessEnvironment launcherEnvironment(const QString& home)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), home);
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
+    return environment;
+}
+
+/// The figures a probe plugin printed as "PROBE {json}" on the launcher's standard output; empty if none.
+inline QJsonObject probeFigures(const QByteArray& output)
+{
+    for (const QByteArray& line : output.split('\n')) {
+        if (line.startsWith("PROBE "))
+            return QJsonDocument::fromJson(line.mid(6)).object();
+    }
+    return QJsonObject();
 }

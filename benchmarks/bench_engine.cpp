@@ -16,7 +16,6 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
@@ -28,21 +27,13 @@ namespace {
 QJsonObject runLauncher(const QString& home, const QStringList& arguments)
 {
     QProcess launcher;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOME"), home);
-    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-    environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
-    launcher.setProcessEnvironment(environment);
+    launcher.setProcessEnvironment(launcherEnvironment(home));
     launcher.setStandardInputFile(QProcess::nullDevice());
     launcher.setStandardErrorFile(QProcess::nullDevice());
     launcher.start(QStringLiteral(UPDATER_EXECUTABLE), QStringList{QStringLiteral("--no-gui"), QStringLiteral("--log-level=4")} + arguments);
     if (!launcher.waitForFinished(30 * 60 * 1000))
         launcher.kill();
-    for (const QByteArray& line : launcher.readAllStandardOutput().split('\n')) {
-        if (line.startsWith("PROBE "))
-            return QJsonDocument::fromJson(line.mid(6)).object();
-    }
-    return QJsonObject();
+    return probeFigures(launcher.readAllStandardOutput());
 }
 
 double runTool(const QStringList& arguments)

@@ -18,7 +18,6 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
@@ -89,10 +88,7 @@ struct World
     QProcess* start(const QString& home, bool gui) const
     {
         auto* launcher = new QProcess;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home);
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/config"));
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/data"));
+        QProcessEnvironment environment = launcherEnvironment(home);
         environment.insert(QStringLiteral("DISPLAY"), display.display());
         environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
@@ -134,11 +130,7 @@ struct World
         std::unique_ptr<QProcess> launcher(start(home, true));
         if (!launcher->waitForFinished(30 * 60 * 1000))
             launcher->kill();
-        for (const QByteArray& line : launcher->readAllStandardOutput().split('\n')) {
-            if (line.startsWith("PROBE "))
-                return QJsonDocument::fromJson(line.mid(6)).object();
-        }
-        return QJsonObject();
+        return probeFigures(launcher->readAllStandardOutput());
     }
 
     static void writeFile(const QString& path, const QString& text)
