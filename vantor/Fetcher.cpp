@@ -21,6 +21,13 @@ void JobContext::deliver(FetchOutcome outcome)
     wake.wakeAll();
 }
 
+void JobContext::releaseBacklog(qint64 bytes, Fetcher* fetcher)
+{
+    backlog -= bytes;
+    if (backlogFull.exchange(false))
+        fetcher->poke();
+}
+
 void JobContext::cancel()
 {
     cancelled = true;
@@ -144,9 +151,15 @@ void Fetcher::keepPartial(Transfer* transfer)
         file.commit();
 }
 
-QByteArray Fetcher::takePartial(const FetchItem& item) const
+QByteArray Fetcher::takePartial(const FetchItem& item)
 {
-    const QString path = partialPath(item);
+    // One look at the directory instead of one per transfer: most runs have nothing there.
+    if (!m_partialsLooked) {
+        m_partialsLooked = true;
+        m_partialsExist = !m_options.installDirectory.isEmpty()
+            && QFileInfo::exists(QDir(m_options.installDirectory).filePath(QStringLiteral(".vantor/partial")));
+    }
+    const QString path = m_partialsExist ? partialPath(item) : QString();
     if (path.isEmpty() || !QFileInfo::exists(path))
         return QByteArray();
     QFile file(path);
@@ -185,13 +198,21 @@ void Fetcher::pump()
 {
     // Under a rate limit a transfer starts only while the budget is not overdrawn: chunks are
     // small, so pacing their starts paces the bytes.
-    while (!m_context->cancelled && !m_waiting.empty() && m_running < std::max(1, m_options.connections)
-           && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
-        auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, {}};
-        m_waiting.pop_front();
-        transfer->body = takePartial(transfer->item);
-        ++m_running;
-        begin(transfer);
+    for (;;) {
+        while (!m_context->cancelled && !m_waiting.empty() && m_running < std::max(1, m_options.connections)
+               && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
+            auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, 0, {}};
+            m_waiting.pop_front();
+            transfer->body = takePartial(transfer->item);
+            ++m_running;
+            begin(transfer);
+        }
+        if (m_context->cancelled || m_waiting.empty() || m_context->backlog < BacklogLimit)
+            break;
+        // The worker wakes the fetcher when it consumed some; it may have done so just now.
+        m_context->backlogFull = true;
+        if (m_context->backlog >= BacklogLimit || !m_context->backlogFull.exchange(false))
+            break;
     }
     if (m_options.rateLimit > 0 && (m_running > 0 || !m_waiting.empty()) && !m_rateTimer.isActive()) {
         m_rateClock.restart();
@@ -211,6 +232,8 @@ void Fetcher::begin(Transfer* transfer)
     QNetworkRequest request(QUrl(base + transfer->item.path));
     request.setTransferTimeout(m_options.timeoutMs);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    if (m_options.http2PriorKnowledge && request.url().scheme() == QLatin1String("http"))
+        request.setAttribute(QNetworkRequest::Http2DirectAttribute, true);
     if (!transfer->body.isEmpty())
         request.setRawHeader("Range", "bytes=" + QByteArray::number(transfer->body.size()) + '-');
     if (!m_transport) {
@@ -221,26 +244,31 @@ void Fetcher::begin(Transfer* transfer)
     transfer->reply = reply;
     transfer->attempt++;
     transfer->incoming.clear();
+    transfer->unread = 0;
     m_active.insert(reply, transfer);
-    connect(reply, &QNetworkReply::readyRead, this, [this, transfer] { readFrom(transfer); });
+    connect(reply, &QNetworkReply::readyRead, this, [this, transfer] { readFrom(transfer, false); });
     connect(reply, &QNetworkReply::finished, this, [this, transfer] { onFinished(transfer); });
 }
 
-void Fetcher::readFrom(Transfer* transfer)
+void Fetcher::readFrom(Transfer* transfer, bool finished)
 {
     QNetworkReply* reply = transfer->reply;
     if (!reply || !reply->isOpen())
         return;
-    const QByteArray data = reply->readAll();
-    if (data.isEmpty())
-        return;
-    if (m_options.rateLimit > 0)
-        m_budget -= data.size();
-    m_context->bytesDownloaded += data.size();
-    if (m_context->stage == Progress::Downloading)
-        m_context->bytesDone += data.size();
-    transfer->incoming += data;
-    if (transfer->body.size() + transfer->incoming.size() > transfer->item.maxBytes) {
+    // Without a rate limit the body stays in the reply until it has finished and is taken in
+    // one piece; until then only its size is looked at.
+    const bool take = finished || m_options.rateLimit > 0;
+    const qint64 available = reply->bytesAvailable();
+    const qint64 arrived = available - transfer->unread;
+    transfer->unread = take ? 0 : available;
+    if (arrived > 0) {
+        if (m_options.rateLimit > 0)
+            m_budget -= arrived;
+        m_context->bytesDownloaded += arrived;
+        if (m_context->stage == Progress::Downloading)
+            m_context->bytesDone += arrived;
+    }
+    if (transfer->body.size() + transfer->incoming.size() + available > transfer->item.maxBytes) {
         reply->disconnect(this);
         reply->abort();
         fail(transfer, ErrorCode::HashMismatch,
@@ -248,6 +276,8 @@ void Fetcher::readFrom(Transfer* transfer)
                             "tampered with. Nothing was changed.").arg(transfer->item.path));
         return;
     }
+    if (take && available > 0)
+        transfer->incoming += reply->read(available);
 }
 
 void Fetcher::refill()
@@ -264,7 +294,7 @@ void Fetcher::onFinished(Transfer* transfer)
     QNetworkReply* reply = transfer->reply;
     if (!reply || !m_active.contains(reply))
         return;
-    readFrom(transfer);
+    readFrom(transfer, true);
     if (!m_active.contains(reply))
         return; // refused while reading
     m_active.remove(reply);

@@ -60,6 +60,8 @@ struct JobContext
     std::atomic<qint64> bytesDownloaded{0};
     /// Fetched bytes that the worker has not consumed yet: transfers wait while it is high.
     std::atomic<qint64> backlog{0};
+    /// Set by the fetcher while transfers wait for the backlog to go down.
+    std::atomic<bool> backlogFull{false};
 
     QElapsedTimer stageClock;   ///< since the stage began, for the log
 
@@ -68,6 +70,8 @@ struct JobContext
     std::deque<FetchOutcome> outcomes;
 
     void deliver(FetchOutcome outcome);
+    /// The worker consumed `bytes` of fetched data; wakes the fetcher if it waits for that.
+    void releaseBacklog(qint64 bytes, class Fetcher* fetcher);
     void cancel();
     /// Waits for the next finished transfer; false once cancelled.
     bool next(FetchOutcome* outcome);
@@ -105,13 +109,14 @@ private:
         QByteArray body;       ///< what earlier attempts received
         QByteArray incoming;   ///< what this attempt received so far
         int attempt = 0;
+        qint64 unread = 0;     ///< of this attempt, counted but still in the reply
         QPointer<QNetworkReply> reply;
     };
 
     void add(const QList<FetchItem>& items);
     void pump();
     void begin(Transfer* transfer);
-    void readFrom(Transfer* transfer);
+    void readFrom(Transfer* transfer, bool finished);
     void onFinished(Transfer* transfer);
     void fail(Transfer* transfer, ErrorCode code, const QString& message);
     void refill();
@@ -119,7 +124,7 @@ private:
     QString partialPath(const FetchItem& item) const;
     void keepPartial(Transfer* transfer);
     /// What an earlier, cancelled transfer of `item` kept (and forgets it).
-    QByteArray takePartial(const FetchItem& item) const;
+    QByteArray takePartial(const FetchItem& item);
 
     Transport* m_transport;
     Options m_options;
@@ -129,6 +134,8 @@ private:
     int m_running = 0;        ///< transfers under way or waiting to retry
     QTimer m_rateTimer;
     QElapsedTimer m_rateClock;
+    bool m_partialsLooked = false;
+    bool m_partialsExist = false;
     qint64 m_budget = 0;      ///< bytes that may still be read under the rate limit; below 0 when overdrawn
 };
 

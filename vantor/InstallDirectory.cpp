@@ -147,11 +147,6 @@ QString InstallDirectory::meta(const QString& name) const
     return name.isEmpty() ? m_root + QStringLiteral("/.vantor") : m_root + QStringLiteral("/.vantor/") + name;
 }
 
-QString InstallDirectory::cachedChunk(const QByteArray& sha256) const
-{
-    return meta(QStringLiteral("chunks/") + QString::fromLatin1(sha256) + QStringLiteral(".zst"));
-}
-
 ErrorCode InstallDirectory::codeFor(int error)
 {
     switch (error) {
@@ -394,7 +389,6 @@ ErrorCode InstallDirectory::apply(const Journal& journal, QString* error)
     stepDone();
     QFile::remove(meta(QStringLiteral("journal.json")));
     tvl::Filesystem::remove(staging(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
-    tvl::Filesystem::remove(meta(QStringLiteral("chunks")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     tvl::Filesystem::remove(meta(QStringLiteral("partial")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
     stepDone();
     return ErrorCode::NoError;

@@ -52,7 +52,7 @@ struct Journal
     bool fromJson(const QByteArray& json);
 };
 
-/// An install directory and its hidden ".vantor" directory of records, staging and chunks.
+/// An install directory and its hidden ".vantor" directory of records and staging.
 class InstallDirectory
 {
 public:
@@ -63,7 +63,6 @@ public:
     QString path(const QString& relative) const { return m_root + QLatin1Char('/') + relative; }
     QString meta(const QString& name = {}) const;
     QString staging(const QString& name = {}) const { return meta(QStringLiteral("staging/") + name); }
-    QString cachedChunk(const QByteArray& sha256) const;
 
     /// Takes the directory's lock, waiting at most `timeoutMs`.
     ErrorCode lock(int timeoutMs, QString* error);

@@ -123,7 +123,7 @@ Failure Job::fetch(const QString& path, qint64 maxBytes, QByteArray* body)
     FetchOutcome outcome;
     if (!m_context->next(&outcome))
         return cancelledFailure();
-    m_context->backlog -= outcome.body.size();
+    m_context->releaseBacklog(outcome.body.size(), m_fetcher);
     if (outcome.error != ErrorCode::NoError)
         return {outcome.error, outcome.message};
     *body = std::move(outcome.body);

@@ -26,6 +26,9 @@ struct VANTOR_EXPORT Options
     int retries = 5;                 ///< further attempts of a transfer that failed on the way
     int lockTimeoutMs = 0;           ///< how long to wait for another process on the directory
     qint64 rollbackLimit = qint64(1) << 30;   ///< replaced files kept for a rollback, in bytes
+    /// Speak HTTP/2 to an http:// repository from the first byte, for servers known to offer it
+    /// without TLS; https:// negotiates HTTP/2 on its own whenever the server offers it.
+    bool http2PriorKnowledge = false;
     /// Carries the transfers; not owned, and used on the thread that owns it. Null: the
     /// operation makes a NetworkTransport of its own on its own thread.
     Transport* transport = nullptr;

@@ -8,10 +8,12 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QScopeGuard>
 #include <QtCore/QSet>
 #include <QtCore/QStorageInfo>
 
 #include <cerrno>
+#include <thread>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,6 +24,13 @@ namespace {
 
 /// Room left free beyond what an update needs, for the records and the journal.
 constexpr qint64 SpaceMargin = 1024 * 1024;
+
+/// Staged files from this size on are allocated whole before their chunks are written.
+constexpr qint64 PreallocateFrom = 1024 * 1024;
+
+const QString StagedList = QStringLiteral("staged.json");
+/// Hashes of the fetched chunks placed in the staged files so far, one a line.
+const QString LandedList = QStringLiteral("landed");
 
 QByteArray encoded(const QString& path)
 {
@@ -37,6 +46,19 @@ bool readRange(const QString& path, qint64 offset, qint64 size, QByteArray* data
     const bool ok = ::pread(fd, data->data(), size_t(size), offset) == size;
     ::close(fd);
     return ok;
+}
+
+mode_t modeOf(const Manifest::File& file)
+{
+    return file.executable ? 0755 : 0644;
+}
+
+void noteLanded(int landedFd, const QByteArray& sha256)
+{
+    const QByteArray line = sha256 + '\n';
+    // Without the line a later run fetches the chunk again; nothing worse.
+    if (landedFd >= 0 && ::write(landedFd, line.constData(), size_t(line.size())) != line.size())
+        TVL_LOG(tvl::Logger::Debug) << "Cannot note a landed chunk:" << qt_error_string(errno);
 }
 
 QString megabytes(qint64 bytes)
@@ -80,15 +102,13 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         int target;
         qint64 offset;
     };
-    enum Source { Download, Cache, Local };
+    enum Source { Download, Local };
     struct Needed
     {
         QByteArray sha256;
         Manifest::Chunk info;
         QList<Use> uses;
         Source source = Download;
-        QString path;         ///< of the local file that holds it
-        qint64 offset = 0;
     };
     struct Location
     {
@@ -106,36 +126,47 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
             if (i < 0) {
                 i = int(needed.size());
                 index.insert(chunk, i);
-                needed.append({chunk, next.chunks.value(chunk), {}, Download, {}, 0});
+                needed.append({chunk, next.chunks.value(chunk), {}, Download});
             }
             needed[i].uses.append({t, offset});
             offset += needed.at(i).info.size;
         }
         stagingBytes += targets.at(t)->size;
     }
-    // Files that an interrupted run had already assembled and verified count as sources too.
-    // (A run killed while it copied from them left them in "staging.previous".)
+    // The staging area of an interrupted run counts as a source too: the chunks its download had
+    // placed (LandedList) or, when it had assembled and verified everything, all of them. A run
+    // killed while it copied from there left it in "staging.previous".
     const QString previousStaging = m_directory.meta(QStringLiteral("staging.previous"));
-    const QString list = QStringLiteral("/staged.json");
+    const QString list = QLatin1Char('/') + StagedList;
     if (QFile::exists(m_directory.staging() + list) || !QFile::exists(previousStaging + list)) {
         tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
         if (QFile::exists(m_directory.staging() + list))
             QFile::rename(m_directory.staging(), previousStaging);
     }
     Manifest staged;
+    QSet<QByteArray> landed;
+    bool everyChunkLanded = true;
     QList<SourceTree> allSources = sources;
     QFile stagedFile(previousStaging + list);
     QString ignored;
-    if (stagedFile.open(QIODevice::ReadOnly) && staged.fromJson(stagedFile.readAll(), &ignored))
+    if (stagedFile.open(QIODevice::ReadOnly) && staged.fromJson(stagedFile.readAll(), &ignored)) {
+        QFile landedFile(previousStaging + QLatin1Char('/') + LandedList);
+        if (landedFile.open(QIODevice::ReadOnly)) {
+            everyChunkLanded = false;
+            for (const QByteArray& line : landedFile.readAll().split('\n'))
+                landed.insert(line);
+        }
         allSources.append({previousStaging, &staged});
+    }
     stagedFile.close();
 
     QHash<QByteArray, QList<Location>> located;
     for (const SourceTree& source : std::as_const(allSources)) {
+        const bool onlyLanded = source.root == previousStaging && !everyChunkLanded;
         for (const Manifest::File& file : source.manifest->files) {
             qint64 offset = 0;
             for (const QByteArray& chunk : file.chunks) {
-                if (index.contains(chunk))
+                if (index.contains(chunk) && (!onlyLanded || landed.contains(chunk)))
                     located[chunk].append({source.root + QLatin1Char('/') + file.path, offset});
                 offset += source.manifest->chunks.value(chunk).size;
             }
@@ -144,19 +175,9 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
 
     // What this directory already holds is read and hash-checked before it is counted on.
     const auto obtain = [&](Needed& chunk, QByteArray* data) {
-        QFile cached(m_directory.cachedChunk(chunk.sha256));
-        if (cached.open(QIODevice::ReadOnly)) {
-            *data = zstd::decompress(cached.readAll(), chunk.info.size);
-            if (data->size() == chunk.info.size && Sha256::hex(*data) == chunk.sha256) {
-                chunk.source = Cache;
-                return true;
-            }
-        }
         for (const Location& location : located.value(chunk.sha256)) {
             if (readRange(location.path, location.offset, chunk.info.size, data) && Sha256::hex(*data) == chunk.sha256) {
                 chunk.source = Local;
-                chunk.path = location.path;
-                chunk.offset = location.offset;
                 return true;
             }
         }
@@ -165,7 +186,8 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     };
     const auto place = [&](const Needed& chunk, const QByteArray& data) -> int {
         for (const Use& use : chunk.uses) {
-            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(use.target))).constData(), O_WRONLY | O_CLOEXEC);
+            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(use.target))).constData(),
+                                  O_WRONLY | O_CREAT | O_CLOEXEC, modeOf(*targets.at(use.target)));
             const bool ok = fd >= 0 && ::pwrite(fd, data.constData(), size_t(data.size()), use.offset) == data.size();
             const int error = errno;
             if (fd >= 0)
@@ -176,15 +198,58 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         return 0;
     };
 
+    // Each staged file is hashed whole as soon as its last chunk is in, while the download goes
+    // on; what is left (files of no chunks) is hashed at the end.
+    enum Verdict { Unchecked, Matches, Differs };
+    std::vector<std::atomic<int>> chunksMissing(size_t(targets.size()));
+    std::vector<std::atomic<int>> verdicts(size_t(targets.size()));
+    for (const Needed& chunk : std::as_const(needed)) {
+        for (const Use& use : chunk.uses)
+            ++chunksMissing[size_t(use.target)];
+    }
+    const auto verifyStaged = [&](int t) {
+        // Created here if no chunk did: an empty file.
+        const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(t))).constData(), O_RDONLY | O_CREAT | O_CLOEXEC,
+                              modeOf(*targets.at(t)));
+        Sha256 hash;
+        if (fd >= 0) {
+            thread_local QByteArray buffer;
+            buffer.resize(1024 * 1024);
+            for (ssize_t read; (read = ::read(fd, buffer.data(), size_t(buffer.size()))) > 0;)
+                hash.add(QByteArrayView(buffer.constData(), read));
+        }
+        const bool matches = fd >= 0 && hash.hexDigest() == targets.at(t)->sha256;
+        verdicts[size_t(t)] = matches ? Matches : Differs;
+        if (matches) {
+            // Its mode as the manifest says, whatever the umask; and the disk starts writing it
+            // now, so that the flush before the commit has less to wait for.
+            ::fchmod(fd, modeOf(*targets.at(t)));
+            ::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+        }
+        if (fd >= 0)
+            ::close(fd);
+    };
+    const auto placed = [&](const Needed& chunk) {
+        for (const Use& use : chunk.uses) {
+            if (--chunksMissing[size_t(use.target)] != 0)
+                continue;
+            // A file of one chunk is that chunk, checked before it was written into a new file.
+            if (targets.at(use.target)->chunks.size() == 1)
+                verdicts[size_t(use.target)] = Matches;
+            else
+                verifyStaged(use.target);
+        }
+    };
+
     qint64 localBytes = 0;
     for (const Needed& chunk : std::as_const(needed)) {
-        if (located.contains(chunk.sha256) || QFile::exists(m_directory.cachedChunk(chunk.sha256)))
+        if (located.contains(chunk.sha256))
             localBytes += chunk.info.size;
     }
     m_context->setStage(Progress::Checking, localBytes);
     parallelFor(int(needed.size()), [&](int i) {
         Needed& chunk = needed[i];
-        if (!located.contains(chunk.sha256) && !QFile::exists(m_directory.cachedChunk(chunk.sha256)))
+        if (!located.contains(chunk.sha256))
             return;
         QByteArray data;
         obtain(chunk, &data);
@@ -199,30 +264,67 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
             downloadBytes += chunk.info.storedSize;
     }
     const qint64 available = QStorageInfo(m_directory.root()).bytesAvailable();
-    if (available >= 0 && stagingBytes + downloadBytes + SpaceMargin > available)
+    if (available >= 0 && stagingBytes + SpaceMargin > available)
         return {ErrorCode::DiskFull,
                 QStringLiteral("Not enough free space in %1: this needs %2 and %3 are free. Free some space and run it "
-                               "again; nothing was changed.").arg(m_directory.root(), megabytes(stagingBytes + downloadBytes + SpaceMargin),
+                               "again; nothing was changed.").arg(m_directory.root(), megabytes(stagingBytes + SpaceMargin),
                                                                   megabytes(available))};
 
     tvl::Filesystem::remove(m_directory.staging(), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
-    if (!QDir().mkpath(m_directory.staging()) || !QDir().mkpath(m_directory.meta(QStringLiteral("chunks"))))
+    if (!QDir().mkpath(m_directory.staging()))
         return {ErrorCode::PermissionDenied, QStringLiteral("Cannot create %1.").arg(m_directory.staging())};
+    // Large files are created and given their room at once, so that a full disk shows before
+    // their chunks come. The others are created on a thread of their own while the transfers
+    // begin (creating a file can wait long for the file system's journal, and the workers must
+    // not), or by their first chunk if it comes sooner.
     for (int t = 0; t < targets.size(); ++t) {
+        if (targets.at(t)->size < PreallocateFrom)
+            continue;
         const QString name = m_directory.staging(QStringLiteral("f%1").arg(t));
-        const mode_t mode = targets.at(t)->executable ? 0755 : 0644;
-        const int fd = ::open(encoded(name).constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, mode);
-        int error = fd < 0 ? errno : 0;
-        if (!error && ::fchmod(fd, mode) != 0)
-            error = errno;
-        if (!error && targets.at(t)->size > 0)
-            error = ::posix_fallocate(fd, 0, targets.at(t)->size);
+        const int fd = ::open(encoded(name).constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, modeOf(*targets.at(t)));
+        const int error = fd < 0 ? errno : ::posix_fallocate(fd, 0, targets.at(t)->size);
         if (fd >= 0)
             ::close(fd);
         if (error)
             return {InstallDirectory::codeFor(error),
                     QStringLiteral("Cannot stage %1: %2. Nothing was changed.").arg(name, qt_error_string(error))};
     }
+    // The list of staged files is written before anything is placed in them, and each fetched
+    // chunk's hash is added to the landed list once it is in: a run that goes on after this one
+    // is interrupted takes those from here instead of fetching them again.
+    const int landedFd = ::open(encoded(m_directory.staging(LandedList)).constData(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0644);
+    const auto closeLanded = qScopeGuard([landedFd] {
+        if (landedFd >= 0)
+            ::close(landedFd);
+    });
+    Manifest stagedList;
+    stagedList.chunks = next.chunks;
+    for (int t = 0; t < targets.size(); ++t) {
+        Manifest::File file = *targets.at(t);
+        file.path = QStringLiteral("f%1").arg(t);
+        stagedList.files.append(file);
+    }
+    if (Failure failure = writeStaged(StagedList, stagedList.toJson()))
+        return failure;
+
+    std::atomic<bool> stopCreating{false};
+    std::thread creator([&] {
+        for (int t = 0; t < targets.size() && !stopCreating; ++t) {
+            if (targets.at(t)->size >= PreallocateFrom)
+                continue;
+            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(t))).constData(), O_CREAT | O_WRONLY | O_CLOEXEC,
+                                  modeOf(*targets.at(t)));
+            if (fd >= 0) {
+                ::fchmod(fd, modeOf(*targets.at(t))); // whatever the umask
+                ::close(fd);
+            }
+        }
+    });
+    const auto joinCreator = qScopeGuard([&] {
+        stopCreating = true;
+        if (creator.joinable())
+            creator.join();
+    });
 
     std::atomic<int> writeError{0};
     m_context->setStage(Progress::Patching, localBytes);
@@ -235,6 +337,8 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
             return; // changed since it was checked: fetched below
         if (const int error = place(chunk, data))
             writeError = error;
+        else
+            placed(chunk);
         m_context->bytesDone += chunk.info.size;
     });
     tvl::Filesystem::remove(previousStaging, tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
@@ -288,7 +392,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
                 break;
             }
             const qint64 received = outcome.body.size();
-            m_pool.start([this, &needed, &place, outcome = std::move(outcome), received] {
+            m_pool.start([this, &needed, &place, &placed, landedFd, outcome = std::move(outcome), received] {
                 const Needed& chunk = needed.at(outcome.id);
                 FetchOutcome verdict{FetchOutcome::Accepted, outcome.id, {}, ErrorCode::NoError, {}};
                 const QByteArray data = received == chunk.info.storedSize ? zstd::decompress(outcome.body, chunk.info.size) : QByteArray();
@@ -296,17 +400,14 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
                     verdict = {FetchOutcome::Rejected, outcome.id, {}, ErrorCode::HashMismatch,
                                QStringLiteral("Chunk %1 from the repository is not what the signed manifest says: the repository "
                                               "is damaged or was tampered with. Nothing was changed.").arg(QString::fromLatin1(chunk.sha256))};
+                } else if (const int error = place(chunk, data)) {
+                    verdict = {FetchOutcome::Rejected, outcome.id, {}, InstallDirectory::codeFor(error),
+                               QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(error))};
                 } else {
-                    // Kept for a run that goes on after this one is interrupted.
-                    int error = InstallDirectory::replaceFile(m_directory.cachedChunk(chunk.sha256), outcome.body);
-                    if (!error)
-                        error = place(chunk, data);
-                    if (error)
-                        verdict = {FetchOutcome::Rejected, outcome.id, {}, InstallDirectory::codeFor(error),
-                                   QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(error))};
+                    noteLanded(landedFd, chunk.sha256);
+                    placed(chunk);
                 }
-                m_context->backlog -= received;
-                m_fetcher->poke();
+                m_context->releaseBacklog(received, m_fetcher);
                 m_context->deliver(std::move(verdict));
             });
         }
@@ -318,40 +419,32 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         m_pool.waitForDone();
     }
 
+    creator.join();
     // Every staged file is checked whole before anything in the tree is touched.
-    m_context->setStage(Progress::Verifying, stagingBytes, int(targets.size()));
-    std::atomic<int> mismatch{-1};
+    qint64 uncheckedBytes = 0;
+    int unchecked = 0;
+    for (int t = 0; t < targets.size(); ++t) {
+        if (verdicts[size_t(t)] == Unchecked)
+            uncheckedBytes += targets.at(t)->size, ++unchecked;
+    }
+    m_context->setStage(Progress::Verifying, uncheckedBytes, unchecked);
     parallelFor(int(targets.size()), [&](int t) {
-        QFile file(m_directory.staging(QStringLiteral("f%1").arg(t)));
-        Sha256 hash;
-        if (file.open(QIODevice::ReadOnly)) {
-            QByteArray buffer(1024 * 1024, Qt::Uninitialized);
-            for (qint64 read; (read = file.read(buffer.data(), buffer.size())) > 0;) {
-                hash.add(QByteArrayView(buffer.constData(), read));
-                m_context->bytesDone += read;
-            }
-        }
-        if (hash.hexDigest() != targets.at(t)->sha256)
-            mismatch = t;
+        if (verdicts[size_t(t)] != Unchecked)
+            return;
+        verifyStaged(t);
+        m_context->bytesDone += targets.at(t)->size;
         ++m_context->filesDone;
     });
     if (cancelled())
         return cancelledFailure();
-    if (mismatch >= 0)
-        return {ErrorCode::HashMismatch,
-                QStringLiteral("The assembled %1 does not match the manifest: a file changed while it was read. Nothing "
-                               "was changed; run it again.").arg(targets.at(mismatch)->path)};
-    // The staged files now hold every fetched chunk: a list of them lets a later run reuse them,
-    // and the fetched copies go before the flush has to write them to the disk.
-    Manifest stagedList;
-    stagedList.chunks = next.chunks;
     for (int t = 0; t < targets.size(); ++t) {
-        Manifest::File file = *targets.at(t);
-        file.path = QStringLiteral("f%1").arg(t);
-        stagedList.files.append(file);
+        if (verdicts[size_t(t)] != Matches)
+            return {ErrorCode::HashMismatch,
+                    QStringLiteral("The assembled %1 does not match the manifest: a file changed while it was read. Nothing "
+                                   "was changed; run it again.").arg(targets.at(t)->path)};
     }
-    if (!writeStaged(QStringLiteral("staged.json"), stagedList.toJson()))
-        tvl::Filesystem::remove(m_directory.meta(QStringLiteral("chunks")), tvl::Filesystem::Recursive | tvl::Filesystem::IgnoreMissing);
+    // Every chunk is in now: a later run may take any of them from here.
+    QFile::remove(m_directory.staging(LandedList));
     return {};
 }
 

@@ -67,6 +67,16 @@ QUrl NginxServer::tlsUrl() const
     return QUrl(QStringLiteral("https://127.0.0.1:%1/").arg(m_tlsPort));
 }
 
+void NginxServer::enableHttp2Cleartext()
+{
+    m_http2Port = 1; // a real port is picked at start()
+}
+
+QUrl NginxServer::http2Url() const
+{
+    return QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(m_http2Port));
+}
+
 QString NginxServer::certificateFile() const
 {
     return m_dir.filePath(QStringLiteral("tls.crt"));
@@ -84,6 +94,9 @@ bool NginxServer::start(QString* error)
                                        "    root %3; location / { }\n%4  }\n")
                             .arg(m_tlsPort).arg(m_dir.path(), m_root, m_serverConfig);
         }
+        if (m_http2Port != 0)
+            m_http2Port = freeLoopbackPort();
+        const QString http2Listen = m_http2Port != 0 ? QStringLiteral(" listen 127.0.0.1:%1 http2;").arg(m_http2Port) : QString();
         const QString dir = m_dir.path();
         // As root nginx hands its worker to "nobody", who cannot read a private temporary
         // directory; "user" is ignored when not started as root.
@@ -92,14 +105,14 @@ bool NginxServer::start(QString* error)
             "daemon off;\nmaster_process off;\nworker_processes 1;\npid %1/nginx.pid;\nerror_log %1/error.log warn;\n"
             "events { worker_connections 512; }\n"
             "http {\n"
-            "  log_format counted '$status $body_bytes_sent \"$http_range\" \"$http_if_range\" $request_method $request_uri';\n"
+            "  log_format counted '$status $body_bytes_sent \"$http_range\" \"$http_if_range\" $request_method $server_protocol $request_uri';\n"
             "  access_log %1/access.log counted;\n"
             "  client_body_temp_path %1/body; proxy_temp_path %1/proxy; fastcgi_temp_path %1/fastcgi;\n"
             "  uwsgi_temp_path %1/uwsgi; scgi_temp_path %1/scgi;\n"
             "  default_type application/octet-stream;\n"
             "  sendfile on; keepalive_requests 100000; keepalive_timeout 60s;\n"
-            "  server { listen 127.0.0.1:%2; root %3; location / { }\n%4  }\n%5"
-            "}\n").arg(dir).arg(m_port).arg(m_root, m_serverConfig, tlsServer);
+            "  server { listen 127.0.0.1:%2;%6 root %3; location / { }\n%4  }\n%5"
+            "}\n").arg(dir).arg(m_port).arg(m_root, m_serverConfig, tlsServer, http2Listen);
         QFile file(dir + QStringLiteral("/nginx.conf"));
         if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(config.toUtf8()) < 0) {
             reason = file.errorString();
@@ -151,7 +164,7 @@ QList<NginxServer::Request> NginxServer::requests() const
     if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logOffset))
         return result;
     for (const QByteArray& line : log.readAll().split('\n')) {
-        // <status> <bytes> "<range>" "<if-range>" <method> <uri>
+        // <status> <bytes> "<range>" "<if-range>" <method> <protocol> <uri>
         const qsizetype first = line.indexOf('"'), second = line.indexOf('"', first + 1);
         const qsizetype third = line.indexOf('"', second + 1), fourth = line.indexOf('"', third + 1);
         if (first < 0 || second < 0 || third < 0 || fourth < 0)
@@ -164,9 +177,10 @@ QList<NginxServer::Request> NginxServer::requests() const
         request.range = header(line.mid(first + 1, second - first - 1));
         request.ifRange = header(line.mid(third + 1, fourth - third - 1));
         const QByteArray rest = line.mid(fourth + 2);
-        const qsizetype space = rest.indexOf(' ');
+        const qsizetype space = rest.indexOf(' '), secondSpace = rest.indexOf(' ', space + 1);
         request.method = rest.left(space);
-        request.uri = QString::fromUtf8(rest.mid(space + 1));
+        request.protocol = rest.mid(space + 1, secondSpace - space - 1);
+        request.uri = QString::fromUtf8(rest.mid(secondSpace + 1));
         result.append(request);
     }
     return result;

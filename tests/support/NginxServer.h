@@ -23,6 +23,7 @@ public:
         QByteArray range;      ///< the Range header, if any
         QByteArray ifRange;    ///< the If-Range header, if any
         QByteArray method;
+        QByteArray protocol;   ///< "HTTP/1.1", "HTTP/2.0"
     };
 
     /// Serves `root` (which must exist) at the server's root URL.
@@ -41,6 +42,9 @@ public:
      */
     bool enableTls(QString* error = nullptr);
     QUrl tlsUrl() const;
+    /// Serves the same over HTTP/2 without TLS (prior knowledge) on a port of its own; call before start().
+    void enableHttp2Cleartext();
+    QUrl http2Url() const;
     QString certificateFile() const;
 
     /// Starts nginx and waits until it accepts connections; false with a reason in `error`.
@@ -64,6 +68,7 @@ private:
     QProcess m_process;
     quint16 m_port = 0;
     quint16 m_tlsPort = 0;
+    quint16 m_http2Port = 0;
     QString m_serverConfig;
     qint64 m_logOffset = 0;
 };

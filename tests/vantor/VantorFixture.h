@@ -199,8 +199,10 @@ struct Repository
 inline QSet<QString> keptChunks(const QString& installDirectory)
 {
     QSet<QString> names;
-    for (const QFileInfo& file : QDir(installDirectory + "/.vantor/chunks").entryInfoList({"*.zst"}, QDir::Files))
-        names.insert(file.completeBaseName());
+    for (const QByteArray& line : testsupport::readFile(installDirectory + "/.vantor/staging/landed").split('\n')) {
+        if (!line.isEmpty())
+            names.insert(QString::fromLatin1(line));
+    }
     return names;
 }
 

@@ -398,7 +398,26 @@ private slots:
             QVERIFY2(!kept.contains(QFileInfo(request.uri).completeBaseName()), qPrintable(request.uri));
         // Not a byte twice: the transfers under way at the pause go on from where they stopped.
         QCOMPARE(served.server.bytesSent("/chunks/"), storedBytes(dir, kept) - partial);
-        QVERIFY(!QFile::exists(dir + "/.vantor/chunks") && !QFile::exists(dir + "/.vantor/partial"));
+        QVERIFY(!QFile::exists(dir + "/.vantor/staging") && !QFile::exists(dir + "/.vantor/partial"));
+    }
+
+    void http2WithoutTls()
+    {
+        Served served;
+        served.server.enableHttp2Cleartext();
+        QVERIFY(served.start());
+        QTemporaryDir home;
+        const QString dir = home.path() + "/game";
+        Options options = served.repository.client(served.server.http2Url(), dir);
+        options.http2PriorKnowledge = true;
+        options.connections = 16;
+        const auto result = runOperation(Operation::Install, options);
+        QVERIFY2(result->success, describe(result).constData());
+        QCOMPARE(treeDigest(dir), treeDigest(served.repository.source(2)));
+        const auto requests = served.server.requests();
+        QVERIFY(requests.size() > 3);
+        for (const auto& request : requests)
+            QCOMPARE(request.protocol, QByteArray("HTTP/2.0"));
     }
 
     void twoProcessesOnOneDirectory()

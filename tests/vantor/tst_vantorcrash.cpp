@@ -182,15 +182,37 @@ private slots:
             }
             return chunks;
         };
-        for (QDeadlineTimer deadline(20'000); complete().size() < 4 && !deadline.hasExpired();)
+        for (QDeadlineTimer deadline(20'000); complete().size() < 5 && !deadline.hasExpired();)
             QTest::qWait(20);
         ::kill(pid_t(tool.processId()), SIGKILL);
         tool.waitForFinished();
         // What the client had verified and kept when it died; a chunk the server finished
         // sending may still have been on its way.
-        const QSet<QString> kept = keptChunks(dir);
+        QSet<QString> kept = keptChunks(dir);
         QVERIFY2(kept.size() >= 2, qPrintable(QString::number(kept.size())));
         QVERIFY(!QFile::exists(dir + "/.vantor/state.json"));
+
+        // A kept chunk whose bytes did not reach the disk (a power loss may leave the list
+        // longer than the file) is checked, found wrong and fetched again.
+        tvl::vantor::Manifest staged;
+        QString error;
+        QVERIFY(staged.fromJson(testsupport::readFile(dir + "/.vantor/staging/staged.json"), &error));
+        QSet<QString> lost;
+        for (const auto& file : std::as_const(staged.files)) {
+            for (const QByteArray& chunk : file.chunks) {
+                const bool elsewhere = std::any_of(staged.files.cbegin(), staged.files.cend(), [&](const auto& other) {
+                    return other.path != file.path && other.chunks.contains(chunk);
+                });
+                if (kept.contains(QString::fromLatin1(chunk)) && !elsewhere)
+                    lost.insert(QString::fromLatin1(chunk));
+            }
+            if (!lost.isEmpty()) {
+                QVERIFY(QFile::resize(dir + "/.vantor/staging/" + file.path, 0));
+                break;
+            }
+        }
+        QVERIFY(!lost.isEmpty());
+        kept -= lost;
 
         server->clearLog();
         const auto run = testsupport::runProcess(VANTOR_TOOL, QStringList{"install"} + toolArguments(dir));

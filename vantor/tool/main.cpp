@@ -165,6 +165,9 @@ int run(const Command& command, const QStringList& arguments)
     const QCommandLineOption rollbackLimit(QStringLiteral("rollback-limit"),
                                            QStringLiteral("bytes of replaced files kept for a rollback (default 1073741824)"),
                                            QStringLiteral("BYTES"), QStringLiteral("1073741824"));
+    const QCommandLineOption http2(QStringLiteral("http2-prior-knowledge"),
+                                   QStringLiteral("speak HTTP/2 to an http:// repository without asking first (https:// "
+                                                  "negotiates it on its own)"));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("the version being published"), QStringLiteral("V"));
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("the secret key file written by \"vantor keygen\""), QStringLiteral("FILE"));
     const QCommandLineOption level(QStringLiteral("level"), QStringLiteral("zstd level of new chunks (default 3)"), QStringLiteral("N"),
@@ -177,7 +180,7 @@ int run(const Command& command, const QStringList& arguments)
         parser.addPositionalArgument(QStringLiteral("DIR"), QStringLiteral("the directory to publish"));
         parser.addOptions({project, channel, version, key, repository, level, validDays});
     } else {
-        parser.addOptions({directory, repository, project, channel, publicKey, connections, rateLimit, timeout, wait, rollbackLimit});
+        parser.addOptions({directory, repository, project, channel, publicKey, connections, rateLimit, timeout, wait, rollbackLimit, http2});
     }
     parser.process(arguments);
 
@@ -228,6 +231,7 @@ int run(const Command& command, const QStringList& arguments)
         options.timeoutMs = int(number(timeout) * 1000.0);
         options.lockTimeoutMs = int(number(wait) * 1000.0);
         options.rollbackLimit = qint64(number(rollbackLimit));
+        options.http2PriorKnowledge = parser.isSet(http2);
     }
     if (!numbers) {
         print(stderr, QStringLiteral("vantor %1: a numeric option is not a number.").arg(QString::fromLatin1(command.name)));
