@@ -13,6 +13,7 @@
 #include <QtCore/QStorageInfo>
 
 #include <cerrno>
+#include <system_error>
 #include <thread>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -308,7 +309,8 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         return failure;
 
     std::atomic<bool> stopCreating{false};
-    std::thread creator([&] {
+    std::thread creator;
+    const auto createSmallFiles = [&] {
         for (int t = 0; t < targets.size() && !stopCreating; ++t) {
             if (targets.at(t)->size >= PreallocateFrom)
                 continue;
@@ -319,7 +321,12 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
                 ::close(fd);
             }
         }
-    });
+    };
+    try {
+        creator = std::thread(createSmallFiles);
+    } catch (const std::system_error&) {
+        createSmallFiles(); // no thread to spare: here, before the transfers
+    }
     const auto joinCreator = qScopeGuard([&] {
         stopCreating = true;
         if (creator.joinable())
@@ -419,7 +426,8 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         m_pool.waitForDone();
     }
 
-    creator.join();
+    if (creator.joinable())
+        creator.join();
     // Every staged file is checked whole before anything in the tree is touched.
     qint64 uncheckedBytes = 0;
     int unchecked = 0;

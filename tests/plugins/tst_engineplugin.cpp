@@ -266,13 +266,16 @@ private Q_SLOTS:
         QCOMPARE(launcher.waitFor(NotInstalled), (QList<int>{State::Updating, NotInstalled}));
         QVERIFY(launcher.info().value("paused").toBool());
         QVERIFY(!progress.isEmpty());
-        // What was fetched stays: whole chunks, and the beginnings of those under way.
+        // What was fetched stays: whole chunks (written into the staged files and listed as
+        // landed), and the beginnings of those under way.
         qint64 kept = 0;
-        for (const QString& subdirectory : {QStringLiteral("chunks"), QStringLiteral("partial")}) {
-            QDirIterator files(launcher.installDirectory + "/.vantor/" + subdirectory, QDir::Files, QDirIterator::Subdirectories);
-            while (files.hasNext())
-                kept += QFileInfo(files.next()).size();
+        for (const QByteArray& chunk : testsupport::readFile(launcher.installDirectory + "/.vantor/staging/landed").split('\n')) {
+            if (!chunk.isEmpty())
+                kept += QFileInfo(launcher.repository + "/demo/chunks/" + chunk.left(2) + "/" + chunk + ".zst").size();
         }
+        QDirIterator partial(launcher.installDirectory + "/.vantor/partial", QDir::Files);
+        while (partial.hasNext())
+            kept += QFileInfo(partial.next()).size();
         QVERIFY(kept > 0);
         launcher.server.clearLog();
         QVERIFY(launcher.drive("resume"));
