@@ -241,6 +241,9 @@ void Fetcher::begin(Transfer* transfer)
         return;
     }
     QNetworkReply* reply = m_transport->get(request);
+    // The reply holds at most one byte more than the item may have: a server that sends more is
+    // found out at once and throttled by TCP meanwhile, instead of filling the memory.
+    reply->setReadBufferSize(transfer->item.maxBytes - transfer->body.size() + 1);
     transfer->reply = reply;
     transfer->attempt++;
     transfer->incoming.clear();

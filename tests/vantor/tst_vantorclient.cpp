@@ -222,6 +222,7 @@ private slots:
         QTest::addColumn<QString>("lie");
         QTest::addColumn<ErrorCode>("error");
         QTest::newRow("tampered chunk") << "chunk" << ErrorCode::HashMismatch;
+        QTest::newRow("chunk far larger than signed") << "endless chunk" << ErrorCode::HashMismatch;
         QTest::newRow("tampered manifest") << "manifest" << ErrorCode::HashMismatch;
         QTest::newRow("tampered record") << "record" << ErrorCode::BadSignature;
         QTest::newRow("signed by an unknown key") << "key" << ErrorCode::UnknownKey;
@@ -253,15 +254,20 @@ private slots:
         record.parseUnverified(record2);
         const QString manifestFile = served.repository.path() + "/demo/manifests/" + record.manifestSha256 + ".zst";
 
-        if (lie == "chunk") {
+        if (lie.endsWith("chunk")) {
             const QStringList fresh = QSet<QString>(served.v2Chunks.cbegin(), served.v2Chunks.cend())
                                           .subtract(QSet<QString>(served.v1Chunks.cbegin(), served.v1Chunks.cend()))
                                           .values();
             const QString chunk = served.repository.path() + "/demo/chunks/" + fresh.first().left(2) + "/" + fresh.first() + ".zst";
-            // A valid zstd frame of the right size, with other contents.
             QByteArray stored = testsupport::readFile(chunk);
-            const QByteArray other = tvl::vantor::zstd::compress(randomBytes(tvl::vantor::zstd::decompress(stored, 1 << 20).size(), 99));
-            testsupport::writeFile(chunk, other.left(stored.size()).leftJustified(stored.size(), '\0'));
+            if (lie == "endless chunk") {
+                // 64 MiB where a few kilobytes were signed: refused once the answer outgrows them.
+                testsupport::writeFile(chunk, stored + QByteArray(64 << 20, 'x'));
+            } else {
+                // A valid zstd frame of the right size, with other contents.
+                const QByteArray other = tvl::vantor::zstd::compress(randomBytes(tvl::vantor::zstd::decompress(stored, 1 << 20).size(), 99));
+                testsupport::writeFile(chunk, other.left(stored.size()).leftJustified(stored.size(), '\0'));
+            }
         } else if (lie == "manifest") {
             QByteArray stored = testsupport::readFile(manifestFile);
             stored[stored.size() / 2] = char(~stored.at(stored.size() / 2));
@@ -295,8 +301,11 @@ private slots:
         }
         const QMap<QString, QByteArray> before = treeDigest(dir);
         const QByteArray stateBefore = testsupport::readFile(dir + "/.vantor/state.json");
+        served.server.clearLog();
         const auto result = runOperation(Operation::Update, options);
         QCOMPARE(result->error, error);
+        if (lie == "endless chunk") // not taken in whole before it is judged
+            QVERIFY2(served.server.bytesSent("/chunks/") < (16 << 20), qPrintable(QString::number(served.server.bytesSent("/chunks/"))));
         QVERIFY2(result->errorString.size() > 40, qPrintable(result->errorString)); // says what happened and what to do
         QCOMPARE(treeDigest(dir), before);
         QCOMPARE(testsupport::readFile(dir + "/.vantor/state.json"), stateBefore);
