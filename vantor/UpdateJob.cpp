@@ -234,8 +234,9 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         for (const Use& use : chunk.uses) {
             if (--chunksMissing[size_t(use.target)] != 0)
                 continue;
-            // A file of one chunk is that chunk, checked before it was written into a new file.
-            if (targets.at(use.target)->chunks.size() == 1)
+            // A small file of one chunk is that chunk, checked before it was written into a new
+            // file (whose mode the creating thread sets).
+            if (targets.at(use.target)->chunks.size() == 1 && targets.at(use.target)->size < PreallocateFrom)
                 verdicts[size_t(use.target)] = Matches;
             else
                 verifyStaged(use.target);
