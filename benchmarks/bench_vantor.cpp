@@ -129,11 +129,11 @@ struct World
         return {QStringLiteral("--dir"), dir, QStringLiteral("--repository"), url(QStringLiteral("vantor")), QStringLiteral("--project"),
                 project, QStringLiteral("--public-key"), publicKey};
     }
-    /// The same over HTTP/2 from the same nginx, on its port without TLS, 16 streams at a time.
+    /// The same over HTTP/2 from the same nginx, on its port without TLS.
     QStringList http2Client(const QString& project, const QString& dir) const
     {
         return {QStringLiteral("--dir"), dir, QStringLiteral("--repository"), server->http2Url().toString() + QStringLiteral("vantor"),
-                QStringLiteral("--http2-prior-knowledge"), QStringLiteral("--connections"), QStringLiteral("16"),
+                QStringLiteral("--http2-prior-knowledge"),
                 QStringLiteral("--project"), project, QStringLiteral("--public-key"), publicKey};
     }
     Run publish(const QString& source, const QString& project, const QString& version, const QString& repository = {}) const

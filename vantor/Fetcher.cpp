@@ -199,7 +199,7 @@ void Fetcher::pump()
     // Under a rate limit a transfer starts only while the budget is not overdrawn: chunks are
     // small, so pacing their starts paces the bytes.
     for (;;) {
-        while (!m_context->cancelled && !m_waiting.empty() && m_running < std::max(1, m_options.connections)
+        while (!m_context->cancelled && !m_waiting.empty() && m_running < inFlightLimit()
                && m_context->backlog < BacklogLimit && (m_options.rateLimit <= 0 || m_budget >= 0)) {
             auto* transfer = new Transfer{m_waiting.front(), {}, {}, 0, 0, {}};
             m_waiting.pop_front();
@@ -218,6 +218,14 @@ void Fetcher::pump()
         m_rateClock.restart();
         m_rateTimer.start();
     }
+}
+
+int Fetcher::inFlightLimit() const
+{
+    // Over HTTP/2 the transfers are streams of one connection: many cost the server and the
+    // client little, and more of them in flight keep a distant server's connection full.
+    const bool http2 = m_http2Seen || (m_options.http2PriorKnowledge && m_options.repository.scheme() == QLatin1String("http"));
+    return std::max(1, m_options.connections) * (http2 ? Http2StreamsPerConnection : 1);
 }
 
 void Fetcher::begin(Transfer* transfer)
@@ -327,6 +335,7 @@ void Fetcher::onFinished(Transfer* transfer)
     const QNetworkReply::NetworkError error = reply->error();
     const bool mismatchedRange = partial && transfer->body.isEmpty();
     if (error == QNetworkReply::NoError && received && !mismatchedRange) {
+        m_http2Seen = m_http2Seen || reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
         m_context->deliver({FetchOutcome::Fetched, transfer->item.id, std::move(transfer->body), ErrorCode::NoError, {}});
         delete transfer;
         --m_running;

@@ -89,6 +89,8 @@ class Fetcher : public QObject
 
 public:
     static constexpr qint64 BacklogLimit = 32 * 1024 * 1024;
+    /// Transfers in flight per connection asked for, once the server speaks HTTP/2.
+    static constexpr int Http2StreamsPerConnection = 4;
 
     Fetcher(Transport* transport, const Options& options, std::shared_ptr<JobContext> context,
             QObject* parent = nullptr);
@@ -120,6 +122,7 @@ private:
     void onFinished(Transfer* transfer);
     void fail(Transfer* transfer, ErrorCode code, const QString& message);
     void refill();
+    int inFlightLimit() const;
     /// Where a cancelled transfer of `item` keeps what it received; empty without an install directory.
     QString partialPath(const FetchItem& item) const;
     void keepPartial(Transfer* transfer);
@@ -134,6 +137,7 @@ private:
     int m_running = 0;        ///< transfers under way or waiting to retry
     QTimer m_rateTimer;
     QElapsedTimer m_rateClock;
+    bool m_http2Seen = false;  ///< a reply came over HTTP/2
     bool m_partialsLooked = false;
     bool m_partialsExist = false;
     qint64 m_budget = 0;      ///< bytes that may still be read under the rate limit; below 0 when overdrawn

@@ -20,7 +20,7 @@ struct VANTOR_EXPORT Options
     QString channel = QStringLiteral("stable");
     QList<QByteArray> trustedKeys;   ///< raw Ed25519 public keys; records signed by others are refused
     QString installDirectory;
-    int connections = 4;             ///< parallel transfers
+    int connections = 4;             ///< parallel transfers; four times as many once the server speaks HTTP/2
     qint64 rateLimit = 0;            ///< bytes per second over all transfers; 0 for none
     int timeoutMs = 30'000;          ///< a transfer that receives nothing for this long is retried
     int retries = 5;                 ///< further attempts of a transfer that failed on the way

@@ -419,7 +419,6 @@ private slots:
         const QString dir = home.path() + "/game";
         Options options = served.repository.client(served.server.http2Url(), dir);
         options.http2PriorKnowledge = true;
-        options.connections = 16;
         const auto result = runOperation(Operation::Install, options);
         QVERIFY2(result->success, describe(result).constData());
         QCOMPARE(treeDigest(dir), treeDigest(served.repository.source(2)));

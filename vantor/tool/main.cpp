@@ -154,7 +154,7 @@ int run(const Command& command, const QStringList& arguments)
     const QCommandLineOption directory(QStringLiteral("dir"), QStringLiteral("the install directory"), QStringLiteral("DIR"));
     const QCommandLineOption publicKey(QStringLiteral("public-key"), QStringLiteral("a trusted public key, or a file holding one (repeatable)"),
                                        QStringLiteral("KEY"));
-    const QCommandLineOption connections(QStringLiteral("connections"), QStringLiteral("parallel transfers (default 4)"), QStringLiteral("N"),
+    const QCommandLineOption connections(QStringLiteral("connections"), QStringLiteral("parallel transfers (default 4; four times as many over HTTP/2)"), QStringLiteral("N"),
                                          QStringLiteral("4"));
     const QCommandLineOption rateLimit(QStringLiteral("rate-limit"), QStringLiteral("bytes per second over all transfers (0: none)"),
                                        QStringLiteral("BYTES"), QStringLiteral("0"));
