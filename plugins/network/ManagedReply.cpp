@@ -152,7 +152,30 @@ qint64 ManagedReply::readData(char* data, qint64 maxSize)
         return m_done ? -1 : 0;
     std::memcpy(data, m_buffer.constData(), size_t(size));
     m_buffer.remove(0, size);
+    // The reader made room: what the attempt holds beyond the bound comes next.
+    if (room() > 0 && !rateLimited() && m_current && m_current->bytesAvailable() > 0 && !m_pullQueued) {
+        m_pullQueued = true;
+        QMetaObject::invokeMethod(this, [this] {
+            m_pullQueued = false;
+            if (!rateLimited())
+                pull(room());
+        }, Qt::QueuedConnection);
+    }
     return size;
+}
+
+void ManagedReply::setReadBufferSize(qint64 size)
+{
+    QNetworkReply::setReadBufferSize(size);
+    if (m_current && !rateLimited())
+        m_current->setReadBufferSize(size);
+}
+
+qint64 ManagedReply::room() const
+{
+    if (m_sink || readBufferSize() <= 0)
+        return -1;
+    return qMax<qint64>(0, readBufferSize() - m_buffer.size());
 }
 
 void ManagedReply::abort()
@@ -223,7 +246,8 @@ void ManagedReply::startAttempt()
         break;
     }
     m_current = attempt;
-    attempt->setReadBufferSize(rateLimited() ? ThrottledReadBuffer : 0);
+    // Bounded, the attempt holds back the server (through TCP) while its reader is behind.
+    attempt->setReadBufferSize(rateLimited() ? ThrottledReadBuffer : room() >= 0 ? readBufferSize() : 0);
     connect(attempt, &QNetworkReply::metaDataChanged, this, &ManagedReply::onAttemptMetaData);
     connect(attempt, &QNetworkReply::readyRead, this, &ManagedReply::onAttemptReadyRead);
     connect(attempt, &QNetworkReply::finished, this, &ManagedReply::onAttemptFinished);
@@ -318,7 +342,7 @@ void ManagedReply::onAttemptReadyRead()
 {
     m_idle.start(m_settings.timeoutMs);
     if (!rateLimited())
-        pull(-1);
+        pull(room());
 }
 
 qint64 ManagedReply::pull(qint64 maximum)
@@ -328,7 +352,7 @@ qint64 ManagedReply::pull(qint64 maximum)
         return 0;
     const int status = statusOf(attempt);
     const qint64 available = attempt->bytesAvailable();
-    if (available <= 0)
+    if (available <= 0 || maximum == 0)
         return 0;
     const qint64 taken = maximum < 0 ? available : qMin(maximum, available);
     QByteArray data = attempt->read(taken);
@@ -364,6 +388,10 @@ void ManagedReply::onTimeout()
 {
     if (!m_current)
         return;
+    if (room() == 0) {
+        m_idle.start(m_settings.timeoutMs); // held back for a reader that has not made room: not the server's fault
+        return;
+    }
     TVL_LOG(tvl::Logger::Info) << "No data from" << url() << "for" << m_settings.timeoutMs << "ms";
     m_timedOut = true;
     m_current->abort();
@@ -409,12 +437,18 @@ void ManagedReply::onAttemptFinished()
     if (!attempt || sender() != attempt || m_done)
         return;
     m_idle.stop();
-    // Under a rate limit what the attempt still holds is taken at the scheduler's pace too.
-    if (rateLimited() && attempt->error() == QNetworkReply::NoError && attempt->bytesAvailable() > 0) {
+    const QPointer<ManagedReply> self(this);
+    const QPointer<QNetworkReply> guard(attempt);
+    if (!rateLimited())
+        pull(room());
+    if (!self || !guard || m_done || m_current != attempt)
+        return; // the reader aborted, or the pull completed the attempt
+    // What the attempt still holds is taken later: under a rate limit at the scheduler's pace,
+    // and as its reader makes room when the reply is bounded.
+    if (attempt->error() == QNetworkReply::NoError && attempt->bytesAvailable() > 0) {
         m_draining = true;
         return;
     }
-    pull(-1);
     completeAttempt();
 }
 

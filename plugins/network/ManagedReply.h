@@ -47,6 +47,8 @@ public:
     ~ManagedReply() override;
 
     void abort() override;
+    /// Bounds what the reply holds for its reader (the transfer waits while it is full).
+    void setReadBufferSize(qint64 size) override;
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override;
 
@@ -76,6 +78,8 @@ private:
     void finishWith(QNetworkReply::NetworkError error, const QString& text);
     void completeDownload();
     bool rateLimited() const;
+    /// What the reader's buffer still has room for; -1 without a bound (or into a file).
+    qint64 room() const;
     QNetworkRequest attemptRequest() const;
     enum class Resumption { Continue, Restart, Refused };
     /// How the answer to a request for the rest of the resource goes on from what was delivered.
@@ -100,6 +104,7 @@ private:
     bool m_sinkOpen = false;
     /// The attempt finished, but some of its data still wait for the rate limit.
     bool m_draining = false;
+    bool m_pullQueued = false;
 
     QByteArray m_buffer;
     /// Bytes of the resource handed on (to the buffer or the file), across attempts.

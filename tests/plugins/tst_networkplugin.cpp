@@ -272,6 +272,42 @@ private Q_SLOTS:
             QCOMPARE(outcome.body, QByteArray("arrived"));
     }
 
+    void boundedReplyHoldsTheServerBack()
+    {
+        // A reader that bounds its reply and does not read: the server is held back (TCP), not
+        // buffered in memory; read later, the body comes whole.
+        Network network;
+        const QByteArray content = payload(48 * 1024 * 1024, 5);
+        network.serve(QStringLiteral("big"), content);
+        QVERIFY(network.start());
+        QNetworkReply* held = network.manager->get(QNetworkRequest(network.url("/big")));
+        held->setReadBufferSize(1024 * 1024);
+        QVERIFY(QTest::qWaitFor([&] { return held->bytesAvailable() >= 1024 * 1024; }, Timeout));
+        QTest::qWait(500);
+        QCOMPARE(held->bytesAvailable(), 1024 * 1024);
+        held->abort();
+        held->deleteLater();
+        QTRY_VERIFY_WITH_TIMEOUT(!network.server.requests().isEmpty(), Timeout);
+        const qint64 sent = network.server.requests().constLast().bytes;
+        QVERIFY2(sent < 16 * 1024 * 1024, qPrintable(QString::number(sent)));
+
+        network.server.clearLog();
+        QNetworkReply* read = network.manager->get(QNetworkRequest(network.url("/big")));
+        read->setReadBufferSize(256 * 1024);
+        QByteArray body;
+        qint64 largest = 0;
+        connect(read, &QNetworkReply::readyRead, read, [&] {
+            largest = std::max(largest, read->bytesAvailable());
+            body += read->readAll();
+        });
+        QVERIFY(QTest::qWaitFor([&] { return read->isFinished(); }, Timeout));
+        body += read->readAll();
+        QCOMPARE(read->error(), QNetworkReply::NoError);
+        QVERIFY(body == content);
+        QVERIFY2(largest <= 256 * 1024, qPrintable(QString::number(largest)));
+        read->deleteLater();
+    }
+
     void sharedRateLimit()
     {
         // Two downloads at once share 256 KiB a second: 768 KiB take about three seconds, both making progress.
