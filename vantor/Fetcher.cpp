@@ -363,9 +363,19 @@ void Fetcher::onFinished(Transfer* transfer)
                             "channel, or try again later.")
                  .arg(QString::number(status), reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(), url));
     else
-        fail(transfer, ErrorCode::NetworkError,
-             QStringLiteral("Cannot fetch %1: %2. Check the network connection and try again; what was "
-                            "fetched so far is kept.").arg(url, reply->errorString()));
+        fail(transfer, ErrorCode::NetworkError, networkFailure(url, reply));
+}
+
+QString Fetcher::networkFailure(const QString& url, QNetworkReply* reply) const
+{
+    // Qt ends a transfer that timed out as "canceled", which this fetcher never does otherwise.
+    const QString reason = reply->error() == QNetworkReply::OperationCanceledError
+        ? QStringLiteral("nothing came for %1 s").arg(m_options.timeoutMs / 1000.0)
+        : reply->errorString();
+    QString message = QStringLiteral("Cannot fetch %1: %2. ").arg(url, reason);
+    if (m_options.http2PriorKnowledge && reply->url().scheme() == QLatin1String("http"))
+        message += QStringLiteral("HTTP/2 without TLS was asked for: the server may not speak it. ");
+    return message + QStringLiteral("Check the network connection and try again; what was fetched so far is kept.");
 }
 
 void Fetcher::fail(Transfer* transfer, ErrorCode code, const QString& message)

@@ -123,6 +123,8 @@ private:
     void fail(Transfer* transfer, ErrorCode code, const QString& message);
     void refill();
     int inFlightLimit() const;
+    /// Why `reply` (of `url`) failed on the way, and what to do.
+    QString networkFailure(const QString& url, QNetworkReply* reply) const;
     /// Where a cancelled transfer of `item` keeps what it received; empty without an install directory.
     QString partialPath(const FetchItem& item) const;
     void keepPartial(Transfer* transfer);

@@ -426,6 +426,16 @@ private slots:
         QVERIFY(requests.size() > 3);
         for (const auto& request : requests)
             QCOMPARE(request.protocol, QByteArray("HTTP/2.0"));
+
+        // Asked of a server that speaks only HTTP/1.1: an error that says what may be wrong.
+        QTemporaryDir other;
+        options = served.repository.client(served.server.url(), other.path() + "/game");
+        options.http2PriorKnowledge = true;
+        options.timeoutMs = 1000;
+        options.retries = 1;
+        const auto refused = runOperation(Operation::Install, options);
+        QCOMPARE(refused->error, ErrorCode::NetworkError);
+        QVERIFY2(refused->errorString.contains("HTTP/2 without TLS was asked for"), qPrintable(refused->errorString));
     }
 
     void twoProcessesOnOneDirectory()
