@@ -174,6 +174,14 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         }
     }
 
+    // The staged files' names, "f<target>", worked out once: every chunk written uses them.
+    QStringList stagedNames;
+    std::vector<QByteArray> stagedPaths;
+    for (int t = 0; t < targets.size(); ++t) {
+        stagedNames.append(QStringLiteral("f%1").arg(t));
+        stagedPaths.push_back(encoded(m_directory.staging(stagedNames.constLast())));
+    }
+
     // What this directory already holds is read and hash-checked before it is counted on.
     const auto obtain = [&](Needed& chunk, QByteArray* data) {
         for (const Location& location : located.value(chunk.sha256)) {
@@ -187,8 +195,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     };
     const auto place = [&](const Needed& chunk, const QByteArray& data) -> int {
         for (const Use& use : chunk.uses) {
-            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(use.target))).constData(),
-                                  O_WRONLY | O_CREAT | O_CLOEXEC, modeOf(*targets.at(use.target)));
+            const int fd = ::open(stagedPaths[size_t(use.target)].constData(), O_WRONLY | O_CREAT | O_CLOEXEC, modeOf(*targets.at(use.target)));
             const bool ok = fd >= 0 && ::pwrite(fd, data.constData(), size_t(data.size()), use.offset) == data.size();
             const int error = errno;
             if (fd >= 0)
@@ -210,8 +217,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     }
     const auto verifyStaged = [&](int t) {
         // Created here if no chunk did: an empty file.
-        const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(t))).constData(), O_RDONLY | O_CREAT | O_CLOEXEC,
-                              modeOf(*targets.at(t)));
+        const int fd = ::open(stagedPaths[size_t(t)].constData(), O_RDONLY | O_CREAT | O_CLOEXEC, modeOf(*targets.at(t)));
         Sha256 hash;
         if (fd >= 0) {
             thread_local QByteArray buffer;
@@ -260,11 +266,6 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     if (cancelled())
         return cancelledFailure();
 
-    qint64 downloadBytes = 0;
-    for (const Needed& chunk : std::as_const(needed)) {
-        if (chunk.source == Download)
-            downloadBytes += chunk.info.storedSize;
-    }
     const qint64 available = QStorageInfo(m_directory.root()).bytesAvailable();
     if (available >= 0 && stagingBytes + SpaceMargin > available)
         return {ErrorCode::DiskFull,
@@ -282,14 +283,13 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     for (int t = 0; t < targets.size(); ++t) {
         if (targets.at(t)->size < PreallocateFrom)
             continue;
-        const QString name = m_directory.staging(QStringLiteral("f%1").arg(t));
-        const int fd = ::open(encoded(name).constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, modeOf(*targets.at(t)));
+        const int fd = ::open(stagedPaths[size_t(t)].constData(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, modeOf(*targets.at(t)));
         const int error = fd < 0 ? errno : ::posix_fallocate(fd, 0, targets.at(t)->size);
         if (fd >= 0)
             ::close(fd);
         if (error)
             return {InstallDirectory::codeFor(error),
-                    QStringLiteral("Cannot stage %1: %2. Nothing was changed.").arg(name, qt_error_string(error))};
+                    QStringLiteral("Cannot stage %1: %2. Nothing was changed.").arg(m_directory.staging(stagedNames.at(t)), qt_error_string(error))};
     }
     // The list of staged files is written before anything is placed in them, and each fetched
     // chunk's hash is added to the landed list once it is in: a run that goes on after this one
@@ -303,7 +303,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
     stagedList.chunks = next.chunks;
     for (int t = 0; t < targets.size(); ++t) {
         Manifest::File file = *targets.at(t);
-        file.path = QStringLiteral("f%1").arg(t);
+        file.path = stagedNames.at(t);
         stagedList.files.append(file);
     }
     if (Failure failure = writeStaged(StagedList, stagedList.toJson()))
@@ -315,8 +315,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
         for (int t = 0; t < targets.size() && !stopCreating; ++t) {
             if (targets.at(t)->size >= PreallocateFrom)
                 continue;
-            const int fd = ::open(encoded(m_directory.staging(QStringLiteral("f%1").arg(t))).constData(), O_CREAT | O_WRONLY | O_CLOEXEC,
-                                  modeOf(*targets.at(t)));
+            const int fd = ::open(stagedPaths[size_t(t)].constData(), O_CREAT | O_WRONLY | O_CLOEXEC, modeOf(*targets.at(t)));
             if (fd >= 0) {
                 ::fchmod(fd, modeOf(*targets.at(t))); // whatever the umask
                 ::close(fd);
@@ -357,7 +356,7 @@ Failure Job::stage(const Manifest& next, const QList<const Manifest::File*>& tar
                 QStringLiteral("Cannot write to %1: %2. Nothing was changed.").arg(m_directory.staging(), qt_error_string(writeError))};
 
     QList<FetchItem> items;
-    downloadBytes = 0;
+    qint64 downloadBytes = 0;
     for (int i = 0; i < needed.size(); ++i) {
         const Needed& chunk = needed.at(i);
         if (chunk.source == Download) {

@@ -167,8 +167,14 @@ qint64 ManagedReply::readData(char* data, qint64 maxSize)
 void ManagedReply::setReadBufferSize(qint64 size)
 {
     QNetworkReply::setReadBufferSize(size);
-    if (m_current && !rateLimited())
-        m_current->setReadBufferSize(size);
+    if (m_current)
+        m_current->setReadBufferSize(attemptReadBuffer());
+}
+
+qint64 ManagedReply::attemptReadBuffer() const
+{
+    // Bounded, the attempt holds back the server (through TCP) while its reader is behind.
+    return rateLimited() ? ThrottledReadBuffer : room() >= 0 ? readBufferSize() : 0;
 }
 
 qint64 ManagedReply::room() const
@@ -246,8 +252,7 @@ void ManagedReply::startAttempt()
         break;
     }
     m_current = attempt;
-    // Bounded, the attempt holds back the server (through TCP) while its reader is behind.
-    attempt->setReadBufferSize(rateLimited() ? ThrottledReadBuffer : room() >= 0 ? readBufferSize() : 0);
+    attempt->setReadBufferSize(attemptReadBuffer());
     connect(attempt, &QNetworkReply::metaDataChanged, this, &ManagedReply::onAttemptMetaData);
     connect(attempt, &QNetworkReply::readyRead, this, &ManagedReply::onAttemptReadyRead);
     connect(attempt, &QNetworkReply::finished, this, &ManagedReply::onAttemptFinished);

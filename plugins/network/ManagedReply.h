@@ -80,6 +80,8 @@ private:
     bool rateLimited() const;
     /// What the reader's buffer still has room for; -1 without a bound (or into a file).
     qint64 room() const;
+    /// The read buffer of the current attempt: small under a rate limit, else the reader's bound.
+    qint64 attemptReadBuffer() const;
     QNetworkRequest attemptRequest() const;
     enum class Resumption { Continue, Restart, Refused };
     /// How the answer to a request for the rest of the resource goes on from what was delivered.
